@@ -1,0 +1,58 @@
+// Core cost of session detection against the simulated desktop, which answers at once: what is left is
+// the logic itself (title filter, Unicode rules, log lines).
+
+#include "TestWorlds.h"
+#include "session/SessionDetector.h"
+
+#include <benchmark/benchmark.h>
+
+using namespace orvanta;
+using namespace orvanta::testing;
+
+namespace {
+
+const QStringList sampleTitles{
+    QStringLiteral("Desk 1"),
+    QStringLiteral("  Connection Center "),
+    QStringLiteral("MSCTFIME UI"),
+    QStringLiteral("Quarterly review \u2013 Finance workstation"),
+    QString::fromUtf8("B\u00fcro Stra\u00dfe 12"),
+    QStringLiteral("Orvanta Mac Toolkit"),
+    QStringLiteral("TF_FloatingLangBar"),
+    QStringLiteral("Remote desktop for a very long project name that keeps going"),
+};
+
+void BM_isExcludedTitle(benchmark::State& state) {
+    qsizetype i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(SessionDetector::isExcludedTitle(sampleTitles[i]));
+        i = (i + 1) % sampleTitles.size();
+    }
+    state.SetLabel("per title, mixed accepted and excluded");
+}
+BENCHMARK(BM_isExcludedTitle);
+
+void BM_scanAXWindows50(benchmark::State& state) {
+    QList<platform::SimWindow> windows;
+    for (int i = 0; i < 50; ++i) {
+        if (i % 10 == 0)
+            windows << window(QString(), 1920, 1080, QStringLiteral("AXUnknown"));
+        else if (i % 7 == 0)
+            windows << window(QStringLiteral("Connection Center"), 900, 640);
+        else
+            windows << window(QStringLiteral("Desk %1").arg(i));
+    }
+    platform::SimulatedDesktop desktop(clientWorld(windows));
+    const platform::Platform platform = desktop.platform();
+    for (auto _ : state) {
+        DebugCollector collector;
+        auto result = SessionDetector::scanAXWindows(platform, clientPid, &collector);
+        benchmark::DoNotOptimize(result);
+    }
+    state.SetLabel("50 windows, with log lines");
+}
+BENCHMARK(BM_scanAXWindows50);
+
+} // namespace
+
+BENCHMARK_MAIN();

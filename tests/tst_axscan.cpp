@@ -1,0 +1,192 @@
+#include "TestWorlds.h"
+#include "session/SessionDetector.h"
+
+#include <QTest>
+
+using namespace orvanta;
+using namespace orvanta::platform;
+using namespace orvanta::testing;
+
+class AXScanTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void excludedTitles_data();
+    void excludedTitles();
+    void typicalScanLogsEveryWindow();
+    void sizeThreshold();
+    void duplicatesAreKeptOnce();
+    void untitledWindows();
+    void unreadableAttributes();
+    void failedWindowList_data();
+    void failedWindowList();
+    void emptyWindowList();
+    void ownWindowIsSkippedWithItsLine();
+    void collectorIsOptional();
+};
+
+void AXScanTest::excludedTitles_data() {
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<bool>("excluded");
+    QTest::newRow("exact") << QStringLiteral("Connection Center") << true;
+    QTest::newRow("trimmed") << QStringLiteral("  Connection Center \n") << true;
+    QTest::newRow("no-break spaces") << QString::fromUtf8("\u00a0Devices\u00a0") << true;
+    QTest::newRow("exact is case-sensitive") << QStringLiteral("connection center") << false;
+    QTest::newRow("own window") << QStringLiteral("Orvanta Mac Toolkit") << true;
+    QTest::newRow("tracker") << QStringLiteral("Orvanta Session Tracker") << true;
+    QTest::newRow("dash") << QStringLiteral(" - ") << true;
+    QTest::newRow("white space only") << QStringLiteral(" \t ") << true;
+    QTest::newRow("MSCTFIME UI") << QStringLiteral("MSCTFIME UI") << true;
+    QTest::newRow("ctf in any case") << QStringLiteral("Quarterly cTf review") << true;
+    QTest::newRow("ime prefix lower") << QStringLiteral("default ime") << true;
+    QTest::newRow("tsf") << QStringLiteral("tsf_bar") << true;
+    QTest::newRow("cicero") << QStringLiteral("xCICEROx") << true;
+    QTest::newRow("session") << QStringLiteral("Desk 1") << false;
+    QTest::newRow("ends with ime no underscore") << QStringLiteral("Runtime") << false;
+    QTest::newRow("contains About") << QStringLiteral("About Desk") << false;
+    QTest::newRow("decomposed accent") << QString::fromUtf8("Bu\u0308ro") << false;
+}
+
+void AXScanTest::excludedTitles() {
+    QFETCH(QString, title);
+    QFETCH(bool, excluded);
+    QCOMPARE(SessionDetector::isExcludedTitle(title), excluded);
+}
+
+void AXScanTest::typicalScanLogsEveryWindow() {
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Connection Center"), 900, 640),
+                                          window(QStringLiteral("Desk 1"), 1920.9, 1080.2),
+                                          window(QStringLiteral("Desk 2"), 1024, 768, QStringLiteral("AXStandardWindow"), true)}));
+    DebugCollector collector;
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
+    QCOMPARE(result.namedTitles, (QStringList{QStringLiteral("Desk 1"), QStringLiteral("Desk 2")}));
+    QCOMPARE(result.unnamedCount, 0);
+    QCOMPARE(collector.lines,
+             (QStringList{QStringLiteral("AX windows: 3"),
+                          QStringLiteral("  AX win title=\"Connection Center\" subrole=AXStandardWindow size=900x640 min=false"),
+                          QStringLiteral("  AX win title=\"Desk 1\" subrole=AXStandardWindow size=1920x1080 min=false"),
+                          QStringLiteral("  AX win title=\"Desk 2\" subrole=AXStandardWindow size=1024x768 min=true"),
+                          QStringLiteral("AX detect: 2 named, 0 unnamed")}));
+}
+
+void AXScanTest::sizeThreshold() {
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("narrow"), 199, 1080), window(QStringLiteral("low"), 1080, 199.9),
+                                          window(QStringLiteral("square"), 200, 200)}));
+    QCOMPARE(SessionDetector::scanAXWindows(desktop.platform(), clientPid).namedTitles, QStringList{QStringLiteral("square")});
+}
+
+void AXScanTest::duplicatesAreKeptOnce() {
+    // Equal titles, one precomposed and one decomposed, count once; the first spelling is kept as read.
+    const QString precomposed = QString::fromUtf8("B\u00fcro ");
+    SimulatedDesktop desktop(clientWorld({window(precomposed), window(QStringLiteral("Other")),
+                                          window(QString::fromUtf8("Bu\u0308ro ")), window(precomposed)}));
+    QCOMPARE(SessionDetector::scanAXWindows(desktop.platform(), clientPid).namedTitles,
+             (QStringList{precomposed, QStringLiteral("Other")}));
+}
+
+void AXScanTest::untitledWindows() {
+    const QString unknown = QStringLiteral("AXUnknown");
+    SimulatedDesktop desktop(clientWorld({window(QString(), 1920, 1080, unknown),
+                                          window(QString(), 1920, 1080, unknown, true),
+                                          window(QString(), 1920, 1080, QStringLiteral("AXStandardWindow")),
+                                          window(QString(), 100, 1080, unknown),
+                                          window(QString(), 2560, 1440, unknown)}));
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid);
+    QCOMPARE(result.namedTitles, QStringList());
+    QCOMPARE(result.unnamedCount, 2);
+}
+
+void AXScanTest::unreadableAttributes() {
+    SimWindow nothing;                           // every read fails
+    SimWindow wrongTypes;                        // reads succeed with values of other types
+    wrongTypes.title = AXValue(true);
+    wrongTypes.subrole = AXValue(AXSize{1, 2});
+    wrongTypes.size = AXValue(QStringLiteral("1920x1080"));
+    wrongTypes.minimized = AXValue(QStringLiteral("true"));
+    SimWindow absentValues;                      // reads succeed with no value
+    absentValues.title = AXValue();
+    absentValues.size = AXValue();
+    SimWindow unknownUnreadableSize = window(QString(), 0, 0, QStringLiteral("AXUnknown"));
+    unknownUnreadableSize.size.reset();
+    SimulatedDesktop desktop(clientWorld({nothing, wrongTypes, absentValues, unknownUnreadableSize}));
+    DebugCollector collector;
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
+    QCOMPARE(result.namedTitles, QStringList());
+    QCOMPARE(result.unnamedCount, 0);
+    QCOMPARE(collector.lines.mid(1, 4),
+             (QStringList{QStringLiteral("  AX win title=\"\" subrole= size=0x0 min=false"),
+                          QStringLiteral("  AX win title=\"\" subrole= size=0x0 min=false"),
+                          QStringLiteral("  AX win title=\"\" subrole= size=0x0 min=false"),
+                          QStringLiteral("  AX win title=\"\" subrole=AXUnknown size=0x0 min=false")}));
+}
+
+void AXScanTest::failedWindowList_data() {
+    QTest::addColumn<int>("error");
+    QTest::addColumn<int>("valueKind"); // 0 error only, 1 success without value, 2 success with text
+    QTest::newRow("cannot complete") << -25204 << 0;
+    QTest::newRow("no value") << 0 << 1;
+    QTest::newRow("wrong type") << 0 << 2;
+}
+
+void AXScanTest::failedWindowList() {
+    QFETCH(int, error);
+    QFETCH(int, valueKind);
+    // A small Accessibility double that answers the window-list read as the row says.
+    struct ListAX final : Accessibility {
+        int error = 0;
+        int kind = 0;
+        bool isProcessTrusted() override { return true; }
+        AXElement applicationElement(Pid) override { return std::make_shared<AXElementHandle>(); }
+        AXAttributeResult copyAttributeValue(const AXElement&, const QString&) override {
+            if (kind == 0)
+                return {error, {}};
+            return {0, kind == 1 ? AXValue() : AXValue(QStringLiteral("windows"))};
+        }
+        std::optional<Pid> elementPid(const AXElement&) override { return 1; }
+        int performAction(const AXElement&, const QString&) override { return 0; }
+    } ax;
+    ax.error = error;
+    ax.kind = valueKind;
+    SimulatedDesktop desktop(clientWorld());
+    Platform platform = desktop.platform();
+    platform.accessibility = &ax;
+    DebugCollector collector;
+    const auto result = SessionDetector::scanAXWindows(platform, clientPid, &collector);
+    QCOMPARE(collector.lines, QStringList{QStringLiteral("AX windows query failed (result=%1)").arg(error)});
+    QVERIFY(result.namedTitles.isEmpty());
+    QCOMPARE(result.unnamedCount, 0);
+}
+
+void AXScanTest::emptyWindowList() {
+    SimulatedDesktop desktop(clientWorld());
+    DebugCollector collector;
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
+    QCOMPARE(collector.lines, (QStringList{QStringLiteral("AX windows: 0"), QStringLiteral("AX detect: 0 named, 0 unnamed")}));
+    QVERIFY(result.namedTitles.isEmpty());
+}
+
+void AXScanTest::ownWindowIsSkippedWithItsLine() {
+    SimWindow own = window(QStringLiteral("Stray"));
+    own.pid = ownPid;
+    SimWindow ownerUnknown = window(QStringLiteral("Desk 9"));
+    ownerUnknown.pid.reset();
+    // A window whose owner cannot be read counts as pid 0 and is scanned like any other.
+    SimulatedDesktop desktop(clientWorld({own, ownerUnknown, window(QStringLiteral("Desk 1"))}));
+    DebugCollector collector;
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
+    QCOMPARE(result.namedTitles, (QStringList{QStringLiteral("Desk 9"), QStringLiteral("Desk 1")}));
+    QCOMPARE(collector.lines.at(1), QStringLiteral("OWN-PID exclusion fired (winPid=4242). Should be unreachable."));
+    QCOMPARE(collector.lines.size(), 5);
+}
+
+void AXScanTest::collectorIsOptional() {
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Desk %1 50%")), window(QString(), 1920, 1080, QStringLiteral("AXUnknown"))}));
+    DebugCollector collector;
+    const auto logged = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
+    const auto silent = SessionDetector::scanAXWindows(desktop.platform(), clientPid);
+    QCOMPARE(silent.namedTitles, logged.namedTitles);
+    QCOMPARE(silent.unnamedCount, logged.unnamedCount);
+    QCOMPARE(collector.lines.at(1), QStringLiteral("  AX win title=\"Desk %1 50%\" subrole=AXStandardWindow size=1920x1080 min=false"));
+}
+
+QTEST_GUILESS_MAIN(AXScanTest)
+#include "tst_axscan.moc"

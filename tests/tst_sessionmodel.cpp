@@ -1,0 +1,73 @@
+#include "platform/SimulatedDesktop.h"
+#include "session/SessionDetector.h"
+#include "session/SessionInfo.h"
+
+#include <QTest>
+
+using namespace orvanta;
+using Source = SessionInfo::Source;
+
+class SessionModelTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void sourceRawValuesRoundTrip();
+    void sessionInfoEquality();
+    void detectorStatusEquality();
+    void windowsAppPIDTakesFirstInstance();
+};
+
+void SessionModelTest::sourceRawValuesRoundTrip() {
+    for (Source source : {Source::axNamed, Source::appleScript, Source::axUnnamed, Source::cgHidden})
+        QCOMPARE(SessionInfo::sourceFromRawValue(SessionInfo::rawValue(source)), source);
+    QCOMPARE(SessionInfo::rawValue(Source::cgHidden), QStringLiteral("cgHidden"));
+    QCOMPARE(SessionInfo::sourceFromRawValue(QStringLiteral("cgHidden")), Source::cgHidden);
+    QVERIFY(!SessionInfo::sourceFromRawValue(QStringLiteral("cghidden")));
+    QVERIFY(!SessionInfo::sourceFromRawValue(QStringLiteral("AXNamed")));
+    QVERIFY(!SessionInfo::sourceFromRawValue(QString()));
+    QCOMPARE(qHash(Source::axNamed), qHash(QStringLiteral("axNamed")));
+}
+
+void SessionModelTest::sessionInfoEquality() {
+    const SessionInfo untitled{std::nullopt, Source::axUnnamed};
+    QCOMPARE(untitled, (SessionInfo{std::nullopt, Source::axUnnamed}));
+    QVERIFY(!(untitled == SessionInfo{std::nullopt, Source::cgHidden}));
+    QVERIFY(!(untitled == SessionInfo{QString(), Source::axUnnamed}));
+    QVERIFY(!(SessionInfo{QString(), Source::axNamed} == SessionInfo{std::nullopt, Source::axNamed}));
+    QCOMPARE((SessionInfo{QString::fromUtf8("Ren\u00e9e"), Source::axNamed}),
+             (SessionInfo{QString::fromUtf8("Rene\u0301e"), Source::axNamed}));
+    QVERIFY(!(SessionInfo{QStringLiteral("A"), Source::axNamed} == SessionInfo{QStringLiteral("A"), Source::appleScript}));
+}
+
+void SessionModelTest::detectorStatusEquality() {
+    const SessionInfo a{QStringLiteral("A"), Source::axNamed};
+    const SessionInfo b{QStringLiteral("B"), Source::appleScript};
+    QCOMPARE(DetectorStatus(), DetectorStatus::appNotRunning());
+    QCOMPARE(DetectorStatus::withSessions({a, b}), DetectorStatus::withSessions({a, b}));
+    QVERIFY(!(DetectorStatus::withSessions({a, b}) == DetectorStatus::withSessions({b, a})));
+    QVERIFY(!(DetectorStatus::withSessions({a}) == DetectorStatus::withSessions({a, a})));
+    const QList<DetectorStatus> plain{DetectorStatus::needsAXPermission(), DetectorStatus::needsAEPermission(),
+                                      DetectorStatus::appNotRunning(), DetectorStatus::noActiveSession()};
+    for (const DetectorStatus& status : plain) {
+        QVERIFY(!(DetectorStatus::withSessions({a}) == status));
+        QCOMPARE(status, status);
+    }
+    QVERIFY(!(plain[0] == plain[1]));
+    QCOMPARE(DetectorStatus::withSessions({a}).caseName(), QStringLiteral("sessions"));
+    QCOMPARE(plain[1].caseName(), QStringLiteral("needsAEPermission"));
+    QCOMPARE(namedCount({a, SessionInfo{std::nullopt, Source::axUnnamed}, b}), 2);
+    QCOMPARE(unnamedCount({a, SessionInfo{std::nullopt, Source::axUnnamed}, b}), 1);
+}
+
+void SessionModelTest::windowsAppPIDTakesFirstInstance() {
+    platform::SimulatedDesktop desktop;
+    QCOMPARE(SessionDetector::windowsAppPID(desktop), std::nullopt);
+    desktop.updateWorld([](platform::SimWorld& world) {
+        world.runningApplications = {{5, QStringLiteral("com.example.other"), QStringLiteral("Other")},
+                                     {812, windowsAppBundleID, windowsAppProcessName},
+                                     {640, windowsAppBundleID, windowsAppProcessName}};
+    });
+    QCOMPARE(SessionDetector::windowsAppPID(desktop), std::optional<platform::Pid>(812));
+}
+
+QTEST_GUILESS_MAIN(SessionModelTest)
+#include "tst_sessionmodel.moc"

@@ -1,0 +1,136 @@
+#include "support/SerialQueue.h"
+#include "support/TextRules.h"
+
+#include <QMutex>
+#include <QSemaphore>
+#include <QTest>
+
+#include <atomic>
+
+using namespace orvanta;
+
+class SupportTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void canonicalEquality();
+    void trimmingUsesUnicodeWhiteSpace();
+    void fullUpperCase();
+    void graphemes_data();
+    void graphemes();
+    void queueRunsBlocksInOrderOnItsOwnThread();
+    void queueDelaysBlocks();
+    void destroyingQueueFinishesRunningBlockAndSkipsTheRest();
+};
+
+void SupportTest::canonicalEquality() {
+    const QString precomposed = QString::fromUtf8("Caf\u00e9");
+    const QString decomposed = QString::fromUtf8("Cafe\u0301");
+    QVERIFY(precomposed != decomposed);
+    QVERIFY(text::canonicallyEqual(precomposed, decomposed));
+    QVERIFY(text::canonicallyEqual(QString(), QString()));
+    QVERIFY(!text::canonicallyEqual(QStringLiteral("cafe"), precomposed));
+    // Compatibility equivalents are different texts: the ligature "ﬁ" is not "fi".
+    QVERIFY(!text::canonicallyEqual(QString::fromUtf8("\ufb01"), QStringLiteral("fi")));
+    // Letter case matters.
+    QVERIFY(!text::canonicallyEqual(QStringLiteral("Desk"), QStringLiteral("desk")));
+}
+
+void SupportTest::trimmingUsesUnicodeWhiteSpace() {
+    QCOMPARE(text::trimmed(QString::fromUtf8("\u00a0 \t Desk 1\r\n\u2028\u3000")), QStringLiteral("Desk 1"));
+    QCOMPARE(text::trimmed(QString::fromUtf8("\u0085Desk\u00a0")), QStringLiteral("Desk"));
+    QCOMPARE(text::trimmed(QString::fromUtf8(" \u00a0\n")), QString());
+    // Inner white space stays, and a zero-width space is not white space.
+    QCOMPARE(text::trimmed(QString::fromUtf8(" a\u00a0b ")), QString::fromUtf8("a\u00a0b"));
+    QCOMPARE(text::trimmed(QString::fromUtf8("\u200bx")), QString::fromUtf8("\u200bx"));
+}
+
+void SupportTest::fullUpperCase() {
+    QCOMPARE(text::fullUpper(QString::fromUtf8("stra\u00dfe")), QStringLiteral("STRASSE"));
+    QCOMPARE(text::fullUpper(QStringLiteral("msctfime ui")), QStringLiteral("MSCTFIME UI"));
+    QVERIFY(text::containsIgnoringCase(QStringLiteral("my cTf window"), QStringLiteral("CTF")));
+    QVERIFY(text::containsIgnoringCase(QString::fromUtf8("Gro\u00df"), QStringLiteral("ss")));
+    QVERIFY(!text::containsIgnoringCase(QStringLiteral("C T F"), QStringLiteral("CTF")));
+}
+
+void SupportTest::graphemes_data() {
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QString>("firstTwo");
+    QTest::newRow("ascii") << QStringLiteral("abc") << 3 << QStringLiteral("ab");
+    QTest::newRow("empty") << QString() << 0 << QString();
+    QTest::newRow("decomposed e-acute") << QString::fromUtf8("e\u0301x") << 2 << QString::fromUtf8("e\u0301x");
+    QTest::newRow("emoji with skin tone") << QString::fromUtf8("\U0001F44D\U0001F3FDok") << 3
+                                          << QString::fromUtf8("\U0001F44D\U0001F3FDo");
+    QTest::newRow("family emoji") << QString::fromUtf8("\U0001F468\u200D\U0001F469\u200D\U0001F467!") << 2
+                                  << QString::fromUtf8("\U0001F468\u200D\U0001F469\u200D\U0001F467!");
+    QTest::newRow("flag") << QString::fromUtf8("\U0001F1E9\U0001F1EA\U0001F1EB\U0001F1F7x") << 3
+                          << QString::fromUtf8("\U0001F1E9\U0001F1EA\U0001F1EB\U0001F1F7");
+    QTest::newRow("crlf is one") << QStringLiteral("\r\nz") << 2 << QStringLiteral("\r\nz");
+}
+
+void SupportTest::graphemes() {
+    QFETCH(QString, text);
+    QFETCH(int, count);
+    QFETCH(QString, firstTwo);
+    QCOMPARE(text::graphemeCount(text), count);
+    QCOMPARE(text::graphemePrefix(text, 2), firstTwo);
+    QCOMPARE(text::graphemePrefix(text, 0), QString());
+    QCOMPARE(text::graphemePrefix(text, 100), text);
+}
+
+void SupportTest::queueRunsBlocksInOrderOnItsOwnThread() {
+    SerialQueue queue(QStringLiteral("com.orvanta.mactoolkit.test"));
+    QCOMPARE(queue.label(), QStringLiteral("com.orvanta.mactoolkit.test"));
+    QList<int> order;       // touched only on the queue
+    QThread* ran = nullptr; // likewise
+    for (int i = 0; i < 200; ++i)
+        queue.async([&order, &ran, i] {
+            order.append(i);
+            ran = QThread::currentThread();
+        });
+    queue.drain();
+    QCOMPARE(order.size(), 200);
+    QVERIFY(std::is_sorted(order.cbegin(), order.cend()));
+    QVERIFY(ran != QThread::currentThread());
+    QCOMPARE(ran->objectName(), queue.label());
+
+    bool direct = false;
+    queue.sync([&] { queue.sync([&] { direct = queue.isCurrent(); }); });
+    QVERIFY(direct);
+}
+
+void SupportTest::queueDelaysBlocks() {
+    SerialQueue queue(QStringLiteral("delay"));
+    QSemaphore done;
+    QElapsedTimer clock;
+    clock.start();
+    std::atomic<qint64> firedAt{-1};
+    queue.after(120, [&] {
+        firedAt = clock.elapsed();
+        done.release();
+    });
+    QVERIFY(done.tryAcquire(1, 5000));
+    QVERIFY2(firedAt >= 115, qPrintable(QString::number(firedAt)));
+}
+
+void SupportTest::destroyingQueueFinishesRunningBlockAndSkipsTheRest() {
+    std::atomic<int> finished{0};
+    std::atomic<int> skipped{0};
+    QSemaphore started;
+    {
+        SerialQueue queue(QStringLiteral("teardown"));
+        queue.async([&] {
+            started.release();
+            QThread::msleep(100);
+            ++finished;
+        });
+        queue.async([&] { ++skipped; });
+        queue.after(10, [&] { ++skipped; });
+        QVERIFY(started.tryAcquire(1, 5000));
+    }
+    QCOMPARE(finished.load(), 1);
+    QCOMPARE(skipped.load(), 0);
+}
+
+QTEST_GUILESS_MAIN(SupportTest)
+#include "tst_support.moc"
