@@ -25,7 +25,8 @@ void DebugLog::append(QStringList batch) {
 }
 
 const QString& DebugLog::defaultDirectory() {
-    static const QString directory = QDir(QDir::homePath()).filePath(QStringLiteral(".cache/orvanta_session_tracker"));
+    static const QString directory =
+        QDir(QDir::homePath()).filePath(QStringLiteral(".cache/orvanta_session_tracker"));
     return directory;
 }
 

@@ -20,7 +20,8 @@ inline platform::SimWorld clientWorld(QList<platform::SimWindow> windows = {}) {
 }
 
 inline platform::SimWindow window(const QString& title, double width = 1920, double height = 1080,
-                                  const QString& subrole = QStringLiteral("AXStandardWindow"), bool minimized = false) {
+                                  const QString& subrole = QStringLiteral("AXStandardWindow"),
+                                  bool minimized = false) {
     return platform::SimWindow::make(title, width, height, subrole, minimized);
 }
 

@@ -53,25 +53,31 @@ void AXScanTest::excludedTitles() {
 }
 
 void AXScanTest::typicalScanLogsEveryWindow() {
-    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Connection Center"), 900, 640),
-                                          window(QStringLiteral("Desk 1"), 1920.9, 1080.2),
-                                          window(QStringLiteral("Desk 2"), 1024, 768, QStringLiteral("AXStandardWindow"), true)}));
+    SimulatedDesktop desktop(
+        clientWorld({window(QStringLiteral("Connection Center"), 900, 640),
+                     window(QStringLiteral("Desk 1"), 1920.9, 1080.2),
+                     window(QStringLiteral("Desk 2"), 1024, 768, QStringLiteral("AXStandardWindow"), true)}));
     DebugCollector collector;
     const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
     QCOMPARE(result.namedTitles, (QStringList{QStringLiteral("Desk 1"), QStringLiteral("Desk 2")}));
     QCOMPARE(result.unnamedCount, 0);
-    QCOMPARE(collector.lines,
-             (QStringList{QStringLiteral("AX windows: 3"),
-                          QStringLiteral("  AX win title=\"Connection Center\" subrole=AXStandardWindow size=900x640 min=false"),
-                          QStringLiteral("  AX win title=\"Desk 1\" subrole=AXStandardWindow size=1920x1080 min=false"),
-                          QStringLiteral("  AX win title=\"Desk 2\" subrole=AXStandardWindow size=1024x768 min=true"),
-                          QStringLiteral("AX detect: 2 named, 0 unnamed")}));
+    QCOMPARE(
+        collector.lines,
+        (QStringList{
+            QStringLiteral("AX windows: 3"),
+            QStringLiteral(
+                "  AX win title=\"Connection Center\" subrole=AXStandardWindow size=900x640 min=false"),
+            QStringLiteral("  AX win title=\"Desk 1\" subrole=AXStandardWindow size=1920x1080 min=false"),
+            QStringLiteral("  AX win title=\"Desk 2\" subrole=AXStandardWindow size=1024x768 min=true"),
+            QStringLiteral("AX detect: 2 named, 0 unnamed")}));
 }
 
 void AXScanTest::sizeThreshold() {
-    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("narrow"), 199, 1080), window(QStringLiteral("low"), 1080, 199.9),
-                                          window(QStringLiteral("square"), 200, 200)}));
-    QCOMPARE(SessionDetector::scanAXWindows(desktop.platform(), clientPid).namedTitles, QStringList{QStringLiteral("square")});
+    SimulatedDesktop desktop(
+        clientWorld({window(QStringLiteral("narrow"), 199, 1080), window(QStringLiteral("low"), 1080, 199.9),
+                     window(QStringLiteral("square"), 200, 200)}));
+    QCOMPARE(SessionDetector::scanAXWindows(desktop.platform(), clientPid).namedTitles,
+             QStringList{QStringLiteral("square")});
 }
 
 void AXScanTest::duplicatesAreKeptOnce() {
@@ -85,24 +91,23 @@ void AXScanTest::duplicatesAreKeptOnce() {
 
 void AXScanTest::untitledWindows() {
     const QString unknown = QStringLiteral("AXUnknown");
-    SimulatedDesktop desktop(clientWorld({window(QString(), 1920, 1080, unknown),
-                                          window(QString(), 1920, 1080, unknown, true),
-                                          window(QString(), 1920, 1080, QStringLiteral("AXStandardWindow")),
-                                          window(QString(), 100, 1080, unknown),
-                                          window(QString(), 2560, 1440, unknown)}));
+    SimulatedDesktop desktop(
+        clientWorld({window(QString(), 1920, 1080, unknown), window(QString(), 1920, 1080, unknown, true),
+                     window(QString(), 1920, 1080, QStringLiteral("AXStandardWindow")),
+                     window(QString(), 100, 1080, unknown), window(QString(), 2560, 1440, unknown)}));
     const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid);
     QCOMPARE(result.namedTitles, QStringList());
     QCOMPARE(result.unnamedCount, 2);
 }
 
 void AXScanTest::unreadableAttributes() {
-    SimWindow nothing;                           // every read fails
-    SimWindow wrongTypes;                        // reads succeed with values of other types
+    SimWindow nothing;    // every read fails
+    SimWindow wrongTypes; // reads succeed with values of other types
     wrongTypes.title = AXValue(true);
     wrongTypes.subrole = AXValue(AXSize{1, 2});
     wrongTypes.size = AXValue(QStringLiteral("1920x1080"));
     wrongTypes.minimized = AXValue(QStringLiteral("true"));
-    SimWindow absentValues;                      // reads succeed with no value
+    SimWindow absentValues; // reads succeed with no value
     absentValues.title = AXValue();
     absentValues.size = AXValue();
     SimWindow unknownUnreadableSize = window(QString(), 0, 0, QStringLiteral("AXUnknown"));
@@ -160,7 +165,8 @@ void AXScanTest::emptyWindowList() {
     SimulatedDesktop desktop(clientWorld());
     DebugCollector collector;
     const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
-    QCOMPARE(collector.lines, (QStringList{QStringLiteral("AX windows: 0"), QStringLiteral("AX detect: 0 named, 0 unnamed")}));
+    QCOMPARE(collector.lines,
+             (QStringList{QStringLiteral("AX windows: 0"), QStringLiteral("AX detect: 0 named, 0 unnamed")}));
     QVERIFY(result.namedTitles.isEmpty());
 }
 
@@ -174,18 +180,22 @@ void AXScanTest::ownWindowIsSkippedWithItsLine() {
     DebugCollector collector;
     const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
     QCOMPARE(result.namedTitles, (QStringList{QStringLiteral("Desk 9"), QStringLiteral("Desk 1")}));
-    QCOMPARE(collector.lines.at(1), QStringLiteral("OWN-PID exclusion fired (winPid=4242). Should be unreachable."));
+    QCOMPARE(collector.lines.at(1),
+             QStringLiteral("OWN-PID exclusion fired (winPid=4242). Should be unreachable."));
     QCOMPARE(collector.lines.size(), 5);
 }
 
 void AXScanTest::collectorIsOptional() {
-    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Desk %1 50%")), window(QString(), 1920, 1080, QStringLiteral("AXUnknown"))}));
+    SimulatedDesktop desktop(clientWorld(
+        {window(QStringLiteral("Desk %1 50%")), window(QString(), 1920, 1080, QStringLiteral("AXUnknown"))}));
     DebugCollector collector;
     const auto logged = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
     const auto silent = SessionDetector::scanAXWindows(desktop.platform(), clientPid);
     QCOMPARE(silent.namedTitles, logged.namedTitles);
     QCOMPARE(silent.unnamedCount, logged.unnamedCount);
-    QCOMPARE(collector.lines.at(1), QStringLiteral("  AX win title=\"Desk %1 50%\" subrole=AXStandardWindow size=1920x1080 min=false"));
+    QCOMPARE(
+        collector.lines.at(1),
+        QStringLiteral("  AX win title=\"Desk %1 50%\" subrole=AXStandardWindow size=1920x1080 min=false"));
 }
 
 QTEST_GUILESS_MAIN(AXScanTest)

@@ -38,7 +38,8 @@ void DebugLogTest::collectorKeepsLinesInOrder() {
 
 void DebugLogTest::constantsAndLabel() {
     QCOMPARE(DebugLog::queueLabel, QStringLiteral("com.orvanta.mactoolkit.debug-log"));
-    QCOMPARE(DebugLog::defaultDirectory(), QDir::homePath() + QStringLiteral("/.cache/orvanta_session_tracker"));
+    QCOMPARE(DebugLog::defaultDirectory(),
+             QDir::homePath() + QStringLiteral("/.cache/orvanta_session_tracker"));
     QCOMPARE(DebugLog::defaultPath(), DebugLog::defaultDirectory() + QStringLiteral("/debug.log"));
     DebugLog log(2000, DebugLog::defaultPath());
     QCOMPARE(log.maxLines(), 2000);
@@ -73,7 +74,8 @@ void DebugLogTest::batchesStayContiguousAndOrdered() {
     // Two writers; each batch must land whole, and each writer's batches in its own order.
     auto writer = [&log](const QString& name) {
         for (int i = 0; i < 200; ++i)
-            log.append({name + QString::number(i) + QStringLiteral("/1"), name + QString::number(i) + QStringLiteral("/2")});
+            log.append({name + QString::number(i) + QStringLiteral("/1"),
+                        name + QString::number(i) + QStringLiteral("/2")});
     };
     QThread* other = QThread::create(writer, QStringLiteral("t"));
     other->start();
@@ -111,7 +113,8 @@ void DebugLogTest::neverTouchesDisk() {
         QCOMPARE(log.snapshot().size(), 10);
     }
     QVERIFY(!QFileInfo::exists(folder));
-    QCOMPARE(QDir(home.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
+    QCOMPARE(QDir(home.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+             QStringList());
 }
 
 QTEST_GUILESS_MAIN(DebugLogTest)

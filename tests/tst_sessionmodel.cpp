@@ -35,7 +35,8 @@ void SessionModelTest::sessionInfoEquality() {
     QVERIFY(!(SessionInfo{QString(), Source::axNamed} == SessionInfo{std::nullopt, Source::axNamed}));
     QCOMPARE((SessionInfo{QString::fromUtf8("Ren\u00e9e"), Source::axNamed}),
              (SessionInfo{QString::fromUtf8("Rene\u0301e"), Source::axNamed}));
-    QVERIFY(!(SessionInfo{QStringLiteral("A"), Source::axNamed} == SessionInfo{QStringLiteral("A"), Source::appleScript}));
+    QVERIFY(!(SessionInfo{QStringLiteral("A"), Source::axNamed} ==
+              SessionInfo{QStringLiteral("A"), Source::appleScript}));
 }
 
 void SessionModelTest::detectorStatusEquality() {
@@ -45,8 +46,9 @@ void SessionModelTest::detectorStatusEquality() {
     QCOMPARE(DetectorStatus::withSessions({a, b}), DetectorStatus::withSessions({a, b}));
     QVERIFY(!(DetectorStatus::withSessions({a, b}) == DetectorStatus::withSessions({b, a})));
     QVERIFY(!(DetectorStatus::withSessions({a}) == DetectorStatus::withSessions({a, a})));
-    const QList<DetectorStatus> plain{DetectorStatus::needsAXPermission(), DetectorStatus::needsAEPermission(),
-                                      DetectorStatus::appNotRunning(), DetectorStatus::noActiveSession()};
+    const QList<DetectorStatus> plain{DetectorStatus::needsAXPermission(),
+                                      DetectorStatus::needsAEPermission(), DetectorStatus::appNotRunning(),
+                                      DetectorStatus::noActiveSession()};
     for (const DetectorStatus& status : plain) {
         QVERIFY(!(DetectorStatus::withSessions({a}) == status));
         QCOMPARE(status, status);

@@ -7,7 +7,8 @@ int main(int argc, char* argv[]) {
     QCoreApplication::setApplicationVersion(QStringLiteral(ORVANTA_VERSION));
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Watches Windows App for remote-desktop sessions and runs network diagnostics."));
+    parser.setApplicationDescription(
+        QStringLiteral("Watches Windows App for remote-desktop sessions and runs network diagnostics."));
     parser.addHelpOption();
     parser.addVersionOption();
     parser.process(app);

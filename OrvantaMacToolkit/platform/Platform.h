@@ -96,7 +96,7 @@ public:
 
 namespace windowList {
 inline constexpr quint32 excludeDesktopElements = 16; // kCGWindowListExcludeDesktopElements
-inline constexpr quint32 nullWindow = 0;               // kCGNullWindowID
+inline constexpr quint32 nullWindow = 0;              // kCGNullWindowID
 inline const QString ownerPID = QStringLiteral("kCGWindowOwnerPID");
 inline const QString layer = QStringLiteral("kCGWindowLayer");
 inline const QString bounds = QStringLiteral("kCGWindowBounds");

@@ -36,7 +36,8 @@ SimWindow SimWindow::make(const QString& title, double width, double height, con
     return window;
 }
 
-SimulatedDesktop::SimulatedDesktop(SimWorld world, QObject* parent) : Workspace(parent), m_world(std::move(world)) {
+SimulatedDesktop::SimulatedDesktop(SimWorld world, QObject* parent)
+    : Workspace(parent), m_world(std::move(world)) {
     m_clock.start();
 }
 
@@ -134,12 +135,14 @@ AXAttributeResult SimulatedDesktop::copyAttributeValue(const AXElement& element,
     if (sim->windowIndex < 0) {
         if (attribute != QLatin1String("AXWindows"))
             return {axError::attributeUnsupported, {}};
-        if (const auto error = m_world.windowsError.constFind(sim->appPid); error != m_world.windowsError.constEnd())
+        if (const auto error = m_world.windowsError.constFind(sim->appPid);
+            error != m_world.windowsError.constEnd())
             return {*error, {}};
         const auto windows = m_world.windows.constFind(sim->appPid);
         if (windows == m_world.windows.constEnd()) {
-            const bool running = std::any_of(m_world.runningApplications.cbegin(), m_world.runningApplications.cend(),
-                                             [&](const RunningApplication& app) { return app.pid == sim->appPid; });
+            const bool running =
+                std::any_of(m_world.runningApplications.cbegin(), m_world.runningApplications.cend(),
+                            [&](const RunningApplication& app) { return app.pid == sim->appPid; });
             if (!running)
                 return {axError::cannotComplete, {}};
             return {axError::success, AXValue(QList<AXElement>{})};
@@ -212,8 +215,9 @@ AppleScriptOutcome SimulatedDesktop::run(const QString& source) {
 
     // System Events as macOS answers the window-name query: the first process of that name, the names of
     // its windows that have one, each followed by a line feed; nothing when there is no such process.
-    const auto client = std::find_if(m_world.runningApplications.cbegin(), m_world.runningApplications.cend(),
-                                     [](const RunningApplication& app) { return app.name == systemEventsClientName; });
+    const auto client =
+        std::find_if(m_world.runningApplications.cbegin(), m_world.runningApplications.cend(),
+                     [](const RunningApplication& app) { return app.name == systemEventsClientName; });
     if (client == m_world.runningApplications.cend())
         return AppleScriptResult{std::nullopt};
     QString names;
@@ -241,8 +245,9 @@ std::optional<QVariant> SimulatedDesktop::copyWindowInfo(quint32, quint32) {
     for (auto it = m_world.windows.cbegin(); it != m_world.windows.cend(); ++it) {
         for (const SimWindow& window : it.value()) {
             const Pid owner = window.pid.value_or(it.key());
-            const bool running = std::any_of(m_world.runningApplications.cbegin(), m_world.runningApplications.cend(),
-                                             [&](const RunningApplication& app) { return app.pid == owner; });
+            const bool running =
+                std::any_of(m_world.runningApplications.cbegin(), m_world.runningApplications.cend(),
+                            [&](const RunningApplication& app) { return app.pid == owner; });
             if (!running)
                 continue;
             AXSize size;
@@ -284,8 +289,9 @@ QList<RunningApplication> SimulatedDesktop::runningApplications(const QString& b
 bool SimulatedDesktop::activateApplication(Pid pid, unsigned options) {
     {
         QMutexLocker lock(&m_mutex);
-        const bool running = std::any_of(m_world.runningApplications.cbegin(), m_world.runningApplications.cend(),
-                                         [&](const RunningApplication& app) { return app.pid == pid; });
+        const bool running =
+            std::any_of(m_world.runningApplications.cbegin(), m_world.runningApplications.cend(),
+                        [&](const RunningApplication& app) { return app.pid == pid; });
         if (!running)
             return false;
     }

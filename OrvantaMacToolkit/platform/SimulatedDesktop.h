@@ -20,7 +20,8 @@ struct SimWindow {
     std::optional<Pid> pid; // owner; none makes the owner lookup fail. The world fills in the process.
 
     static SimWindow make(const QString& title, double width, double height,
-                          const QString& subrole = QStringLiteral("AXStandardWindow"), bool minimized = false);
+                          const QString& subrole = QStringLiteral("AXStandardWindow"),
+                          bool minimized = false);
 };
 
 // The window server's list: derived from the Accessibility windows, none at all, or exactly as given.

@@ -2,6 +2,8 @@
 
 #include "support/TextRules.h"
 
+#include <QSet>
+
 #include <cmath>
 #include <limits>
 
@@ -57,10 +59,17 @@ const QStringList& SessionDetector::excludedTitles() {
 const QStringList& SessionDetector::excludedTitleFragments() {
     // Windows' text services expose their input-method and language-bar windows under these names.
     static const QStringList fragments{
-        QStringLiteral("Cicero"),      QStringLiteral("CiceroUIWndFrame"),   QStringLiteral("MSCTFIME"),
-        QStringLiteral("FloatingLangBar"), QStringLiteral("TF_FloatingLangBar"), QStringLiteral("Default IME"),
-        QStringLiteral("MSCTFIME UI"), QStringLiteral("IME_"),               QStringLiteral("UIWndFrame"),
-        QStringLiteral("CTF"),         QStringLiteral("TSF_"),
+        QStringLiteral("Cicero"),
+        QStringLiteral("CiceroUIWndFrame"),
+        QStringLiteral("MSCTFIME"),
+        QStringLiteral("FloatingLangBar"),
+        QStringLiteral("TF_FloatingLangBar"),
+        QStringLiteral("Default IME"),
+        QStringLiteral("MSCTFIME UI"),
+        QStringLiteral("IME_"),
+        QStringLiteral("UIWndFrame"),
+        QStringLiteral("CTF"),
+        QStringLiteral("TSF_"),
     };
     return fragments;
 }
@@ -114,7 +123,8 @@ SessionDetector::AXScanResult SessionDetector::scanAXWindows(const Platform& pla
     for (const AXElement& window : *windows) {
         const Pid windowPid = ax.elementPid(window).value_or(0);
         if (windowPid == ownPid) {
-            log(collector, QStringLiteral("OWN-PID exclusion fired (winPid=%1). Should be unreachable.").arg(windowPid));
+            log(collector,
+                QStringLiteral("OWN-PID exclusion fired (winPid=%1). Should be unreachable.").arg(windowPid));
             continue;
         }
 
@@ -142,8 +152,9 @@ SessionDetector::AXScanResult SessionDetector::scanAXWindows(const Platform& pla
 
         if (!title.isEmpty()) {
             if (!isExcludedTitle(title) && !small) {
-                const bool seen = std::any_of(result.namedTitles.cbegin(), result.namedTitles.cend(),
-                                              [&](const QString& t) { return text::canonicallyEqual(t, title); });
+                const bool seen =
+                    std::any_of(result.namedTitles.cbegin(), result.namedTitles.cend(),
+                                [&](const QString& t) { return text::canonicallyEqual(t, title); });
                 if (!seen)
                     result.namedTitles.append(title);
             }
@@ -152,8 +163,196 @@ SessionDetector::AXScanResult SessionDetector::scanAXWindows(const Platform& pla
         }
     }
 
-    log(collector, QStringLiteral("AX detect: %1 named, %2 unnamed").arg(result.namedTitles.size()).arg(result.unnamedCount));
+    log(collector, QStringLiteral("AX detect: %1 named, %2 unnamed")
+                       .arg(result.namedTitles.size())
+                       .arg(result.unnamedCount));
     return result;
+}
+
+const QString& SessionDetector::appleScriptSource() {
+    static const QString source = QStringLiteral("tell application \"System Events\"\n"
+                                                 "    if exists (process \"") +
+                                  windowsAppProcessName +
+                                  QStringLiteral("\") then\n"
+                                                 "        set output to \"\"\n"
+                                                 "        set wList to every window of process \"") +
+                                  windowsAppProcessName +
+                                  QStringLiteral("\"\n"
+                                                 "        repeat with w in wList\n"
+                                                 "            try\n"
+                                                 "                set wName to name of w\n"
+                                                 "                set output to output & wName & linefeed\n"
+                                                 "            end try\n"
+                                                 "        end repeat\n"
+                                                 "        return output\n"
+                                                 "    end if\n"
+                                                 "end tell");
+    return source;
+}
+
+SessionDetector::AppleScriptQueryResult SessionDetector::queryAppleScriptWindows(const Platform& platform,
+                                                                                 DebugCollector* collector) {
+    AppleScriptQueryResult result;
+    const AppleScriptOutcome outcome = platform.appleScript->run(appleScriptSource());
+    if (std::holds_alternative<std::monostate>(outcome))
+        return result;
+
+    if (const auto* error = std::get_if<AppleScriptError>(&outcome)) {
+        // Only a real integer counts as the error number; anything else reads as 0.
+        const QVariant number = error->info.value(appleScriptErrorNumberKey);
+        int code = 0;
+        switch (number.typeId()) {
+        case QMetaType::Int:
+        case QMetaType::Short:
+        case QMetaType::Char:
+        case QMetaType::SChar:
+            code = number.toInt();
+            break;
+        case QMetaType::LongLong: {
+            const qlonglong wide = number.toLongLong();
+            if (wide >= std::numeric_limits<int>::min() && wide <= std::numeric_limits<int>::max())
+                code = static_cast<int>(wide);
+            break;
+        }
+        default:
+            break;
+        }
+        result.permissionDenied = code == appleEventNotPermitted || code == appleEventPrivilegeError;
+        log(collector, QStringLiteral("AS detect: error code=%1 permissionDenied=%2")
+                           .arg(code)
+                           .arg(result.permissionDenied ? QStringLiteral("true") : QStringLiteral("false")));
+        return result;
+    }
+
+    const QString text = std::get<AppleScriptResult>(outcome).text.value_or(QString());
+    qsizetype rawCount = 0;
+    for (const QStringView piece : QStringView(text).split(QLatin1Char('\n'))) {
+        const QString name = text::trimmed(piece.toString());
+        if (name.isEmpty())
+            continue;
+        ++rawCount;
+        if (!isExcludedTitle(name))
+            result.titles.append(name);
+    }
+    log(collector, QStringLiteral("AS detect: raw=%1 filtered=%2").arg(rawCount).arg(result.titles.size()));
+    return result;
+}
+
+int SessionDetector::countLargeHiddenWindows(const Platform& platform, DebugCollector* collector) {
+    QSet<Pid> clientPids;
+    for (const RunningApplication& app : platform.workspace->runningApplications(windowsAppBundleID))
+        clientPids.insert(app.pid);
+    if (clientPids.isEmpty())
+        return 0;
+
+    const std::optional<QVariant> info =
+        platform.windowServer->copyWindowInfo(windowList::excludeDesktopElements, windowList::nullWindow);
+    if (!info || info->typeId() != QMetaType::QVariantList)
+        return 0;
+    const QVariantList entries = info->toList();
+    for (const QVariant& entry : entries)
+        if (entry.typeId() != QMetaType::QVariantMap)
+            return 0;
+
+    const auto isInteger = [](const QVariant& value) {
+        switch (value.typeId()) {
+        case QMetaType::Int:
+        case QMetaType::UInt:
+        case QMetaType::LongLong:
+        case QMetaType::ULongLong:
+        case QMetaType::Short:
+        case QMetaType::UShort:
+        case QMetaType::Long:
+        case QMetaType::ULong:
+            return true;
+        default:
+            return false;
+        }
+    };
+    const auto isFloatingPoint = [](const QVariant& value) {
+        return value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float;
+    };
+
+    int count = 0;
+    for (const QVariant& entry : entries) {
+        const QVariantMap window = entry.toMap();
+        const QVariant owner = window.value(windowList::ownerPID);
+        if (owner.typeId() != QMetaType::Int || !clientPids.contains(owner.toInt()))
+            continue;
+        const QVariant layer = window.value(windowList::layer);
+        if (isInteger(layer) && layer.toLongLong() != 0)
+            continue;
+        const QVariant boundsValue = window.value(windowList::bounds);
+        if (boundsValue.typeId() != QMetaType::QVariantMap)
+            continue;
+        const QVariantMap bounds = boundsValue.toMap();
+        const QVariant width = bounds.value(windowList::width);
+        const QVariant height = bounds.value(windowList::height);
+        if (!isFloatingPoint(width) || !isFloatingPoint(height))
+            continue;
+        if (width.toDouble() >= hiddenWindowMinimumWidth && height.toDouble() >= hiddenWindowMinimumHeight)
+            ++count;
+    }
+    log(collector, QStringLiteral("CG tiebreaker: %1 large hidden window(s)").arg(count));
+    return count;
+}
+
+DetectorStatus SessionDetector::detect(const Platform& platform, DebugCollector* collector) {
+    if (collector) {
+        const QDateTime now = platform.workspace->now().toUTC();
+        collector->log(QStringLiteral("=== Detection @ ") +
+                       now.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) + QStringLiteral(" +0000 ==="));
+    }
+    if (!platform.accessibility->isProcessTrusted()) {
+        log(collector, QStringLiteral("AX trust: NOT trusted"));
+        return DetectorStatus::needsAXPermission();
+    }
+    log(collector, QStringLiteral("AX trust: ok"));
+
+    const QList<RunningApplication> instances = platform.workspace->runningApplications(windowsAppBundleID);
+    if (instances.isEmpty()) {
+        log(collector,
+            QStringLiteral("Windows App not running (bundle=") + windowsAppBundleID + QLatin1Char(')'));
+        return DetectorStatus::appNotRunning();
+    }
+    const Pid pid = instances.first().pid;
+    log(collector, QStringLiteral("Windows App pid=%1").arg(pid));
+
+    const AXScanResult scan = scanAXWindows(platform, pid, collector);
+    const AppleScriptQueryResult query = queryAppleScriptWindows(platform, collector);
+
+    QList<SessionInfo> sessions;
+    for (const QString& title : scan.namedTitles)
+        sessions.append({title, SessionInfo::Source::axNamed});
+    for (const QString& title : query.titles) {
+        const bool seenByScan =
+            std::any_of(scan.namedTitles.cbegin(), scan.namedTitles.cend(),
+                        [&](const QString& named) { return text::canonicallyEqual(named, title); });
+        if (!seenByScan)
+            sessions.append({title, SessionInfo::Source::appleScript});
+    }
+    for (int i = 0; i < scan.unnamedCount; ++i)
+        sessions.append({std::nullopt, SessionInfo::Source::axUnnamed});
+
+    if (sessions.isEmpty()) {
+        const int hidden = countLargeHiddenWindows(platform, collector);
+        for (int i = 0; i < hidden; ++i)
+            sessions.append({std::nullopt, SessionInfo::Source::cgHidden});
+    }
+
+    if (sessions.isEmpty()) {
+        if (query.permissionDenied) {
+            log(collector, QStringLiteral("Result: needsAEPermission"));
+            return DetectorStatus::needsAEPermission();
+        }
+        log(collector, QStringLiteral("Result: noActiveSession"));
+        return DetectorStatus::noActiveSession();
+    }
+    log(collector, QStringLiteral("Result: sessions count=%1 named=%2 unnamed=%3")
+                       .arg(sessions.size())
+                       .arg(namedCount(sessions))
+                       .arg(unnamedCount(sessions)));
+    return DetectorStatus::withSessions(std::move(sessions));
 }
 
 } // namespace orvanta

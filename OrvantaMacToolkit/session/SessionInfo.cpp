@@ -69,7 +69,8 @@ bool operator==(const DetectorStatus& a, const DetectorStatus& b) {
 }
 
 qsizetype namedCount(const QList<SessionInfo>& sessions) {
-    return std::count_if(sessions.cbegin(), sessions.cend(), [](const SessionInfo& s) { return s.title.has_value(); });
+    return std::count_if(sessions.cbegin(), sessions.cend(),
+                         [](const SessionInfo& s) { return s.title.has_value(); });
 }
 
 qsizetype unnamedCount(const QList<SessionInfo>& sessions) {
