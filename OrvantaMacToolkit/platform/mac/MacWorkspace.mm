@@ -1,0 +1,102 @@
+// The workspace over AppKit. Lookups of running applications may be made from any thread; activating,
+// opening and the wake notification belong to the main thread, where the application calls them.
+
+#include "MacPorts.h"
+
+#import <AppKit/AppKit.h>
+
+#include <QPointer>
+
+#include <unistd.h>
+
+namespace orvanta::platform::mac {
+
+namespace {
+
+class MacWorkspace final : public Workspace {
+public:
+    MacWorkspace() {
+        // Delivered on the main queue, where this object lives and is destroyed, so the guard below is
+        // read on the same thread that clears it; a notification already queued when the observer is
+        // removed finds the guard empty.
+        QPointer<MacWorkspace> guard(this);
+        m_wakeObserver = [[[NSWorkspace sharedWorkspace] notificationCenter]
+            addObserverForName:NSWorkspaceDidWakeNotification
+                        object:nil
+                         queue:[NSOperationQueue mainQueue]
+                    usingBlock:^(NSNotification* notification) {
+                      Q_UNUSED(notification);
+                      if (guard)
+                          Q_EMIT guard->didWake();
+                    }];
+    }
+
+    ~MacWorkspace() override {
+        if (m_wakeObserver)
+            [[[NSWorkspace sharedWorkspace] notificationCenter] removeObserver:m_wakeObserver];
+    }
+
+    QList<RunningApplication> runningApplications(const QString& bundleId) override {
+        QList<RunningApplication> result;
+        @autoreleasepool {
+            NSArray<NSRunningApplication*>* running =
+                [NSRunningApplication runningApplicationsWithBundleIdentifier:bundleId.toNSString()];
+            for (NSRunningApplication* app in running)
+                result.append({Pid(app.processIdentifier), QString::fromNSString(app.bundleIdentifier),
+                               QString::fromNSString(app.localizedName)});
+        }
+        return result;
+    }
+
+    bool activateApplication(Pid pid, unsigned options) override {
+        @autoreleasepool {
+            NSRunningApplication* app = [NSRunningApplication runningApplicationWithProcessIdentifier:pid];
+            if (!app)
+                return false;
+            [app activateWithOptions:NSApplicationActivationOptions(options)];
+            return true;
+        }
+    }
+
+    void activateSelf() override {
+        // Deprecated from macOS 14 in favour of cooperative activation, which may leave the client's
+        // window behind the one the user was in; the forceful form still works there.
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+        [NSApp activateIgnoringOtherApps:YES];
+#pragma clang diagnostic pop
+    }
+
+    bool openUrl(const QUrl& url) override {
+        @autoreleasepool {
+            NSURL* nsUrl = url.toNSURL();
+            return nsUrl && [[NSWorkspace sharedWorkspace] openURL:nsUrl];
+        }
+    }
+
+    bool moveToTrash(const QString& path) override {
+        @autoreleasepool {
+            NSURL* item = [NSURL fileURLWithPath:path.toNSString()];
+            return [[NSFileManager defaultManager] trashItemAtURL:item resultingItemURL:nil error:nil];
+        }
+    }
+
+    Pid processId() override {
+        return Pid(getpid());
+    }
+
+    QDateTime now() override {
+        return QDateTime::currentDateTime();
+    }
+
+private:
+    id<NSObject> m_wakeObserver = nil;
+};
+
+} // namespace
+
+std::unique_ptr<Workspace> makeWorkspace() {
+    return std::make_unique<MacWorkspace>();
+}
+
+} // namespace orvanta::platform::mac
