@@ -6,6 +6,7 @@ zmodload zsh/datetime || { print -r -- "zsh/datetime is missing: this zsh cannot
 zmodload zsh/mathfunc || { print -r -- "zsh/mathfunc is missing: this zsh cannot compute timings"; exit 1 }
 zmodload zsh/zselect 2>/dev/null
 zmodload zsh/net/tcp 2>/dev/null
+zmodload zsh/parameter 2>/dev/null
 setopt extended_glob pipe_fail no_nomatch
 
 typeset -g ORV_SCRIPT_VERSION="1.0"
@@ -85,6 +86,7 @@ orv_limit() {
 
 # The scripts' traps act in the script's own process only; a probe's subshell just ends.
 orv_in_subshell() { (( ZSH_SUBSHELL > 0 )) }
+orv_subshell_stop() { orv_in_subshell && { orv_kill_jobs; exit $1 }; return 1 }
 
 # Ends every background job still running, for a stop request or the end of the script.
 orv_kill_jobs() {
@@ -387,8 +389,8 @@ orv_write_report() {
     fi
     {
         print -r -- '<!DOCTYPE html>'
-        print -r -- '<html lang="en"><head><meta charset="utf-8">'
-        print -r -- '<meta name="viewport" content="width=device-width, initial-scale=1">'
+        print -r -- '<html lang="en"><head><meta charset="utf-8" />'
+        print -r -- '<meta name="viewport" content="width=device-width, initial-scale=1" />'
         orv_esc "$title"; print -r -- "<title>$REPLY</title>"
         for line in $ORV_HEAD_EXTRA; do print -r -- $line; done
         print -r -- "<style>$ORV_CSS</style></head><body>"

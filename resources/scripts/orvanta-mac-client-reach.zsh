@@ -19,8 +19,8 @@ esac
 typeset -g WORK=$(mktemp -d "${TMPDIR:-/tmp}/orvanta-reach.XXXXXX") || { print -r -- "Cannot create a temporary folder"; exit 1 }
 cleanup() { orv_kill_jobs; rm -rf $WORK }
 TRAPEXIT() { orv_in_subshell || cleanup }
-TRAPINT() { orv_in_subshell && exit 130; orv_say "Stopped (interrupt): no report written."; exit 130 }
-TRAPTERM() { orv_in_subshell && exit 143; orv_say "Stopped: no report written."; exit 143 }
+TRAPINT() { orv_subshell_stop 130; orv_say "Stopped (interrupt): no report written."; exit 130 }
+TRAPTERM() { orv_subshell_stop 143; orv_say "Stopped: no report written."; exit 143 }
 
 typeset -g T0=$EPOCHREALTIME
 orv_say "Orvanta Connector Reachability $ORV_SCRIPT_VERSION on ${ORV_OS}, time-out ${ORV_TIMEOUT}s per check"
@@ -297,7 +297,7 @@ if orv_relay_peers; then
         if [[ $ORV_PORT == 443 ]]; then check_endpoint "Relay" $r tls; else check_endpoint "Relay" $r notls; fi
     done
     orv_split $RELAYS[1] 443; orv_hostport $ORV_HOST $ORV_PORT
-    orv_valid_host $ORV_HOST && ORV_HEAD_EXTRA+=("<meta name=\"orvanta-relay\" content=\"$(orv_esc $REPLY; print -rn -- $REPLY)\">")
+    orv_valid_host $ORV_HOST && ORV_HEAD_EXTRA+=("<meta name=\"orvanta-relay\" content=\"$(orv_esc $REPLY; print -rn -- $REPLY)\" />")
 else
     orv_result SKIP "No relay to check: $ORV_RELAY_SOURCE"
     orv_para note "No relay was checked: $ORV_RELAY_SOURCE."
