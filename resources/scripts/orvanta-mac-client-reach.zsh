@@ -8,7 +8,7 @@ source ${0:A:h}/orvanta-common.zsh 2>/dev/null || {
     exit 1
 }
 
-usage() { print -r -- "usage: ${0:t} [--help]"; }
+usage() { print -r -- "usage: ${ZSH_ARGZERO:t} [--help]"; }
 case $# in
 0) ;;
 *)
@@ -144,8 +144,8 @@ check_endpoint() {
     awk '/-----BEGIN CERTIFICATE-----/{on=1} on{print} /-----END CERTIFICATE-----/{exit}' <<<"$out" > $leaf
     local text subject issuer not_after san
     text=$(openssl x509 -in $leaf -noout -text 2>/dev/null)
-    subject=$(openssl x509 -in $leaf -noout -subject -nameopt RFC2253 2>/dev/null); subject=${subject#subject=}
-    issuer=$(openssl x509 -in $leaf -noout -issuer -nameopt RFC2253 2>/dev/null); issuer=${issuer#issuer=}
+    subject=$(openssl x509 -in $leaf -noout -subject -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null); subject=${subject#subject=}
+    issuer=$(openssl x509 -in $leaf -noout -issuer -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null); issuer=${issuer#issuer=}
     not_after=$(openssl x509 -in $leaf -noout -enddate 2>/dev/null); not_after=${not_after#notAfter=}
     if [[ -z $text ]]; then
         orv_result FAIL "$role $host: the server sent no readable certificate"

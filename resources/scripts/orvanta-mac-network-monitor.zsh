@@ -9,7 +9,7 @@ source ${0:A:h}/orvanta-common.zsh 2>/dev/null || {
     exit 1
 }
 
-usage() { print -r -- "usage: ${0:t} [--duration MINUTES | --indefinite]   (default: 60 minutes)"; }
+usage() { print -r -- "usage: ${ZSH_ARGZERO:t} [--duration MINUTES | --indefinite]   (default: 60 minutes)"; }
 typeset -i MINUTES=60 INDEFINITE=0
 while (( $# )); do
     case $1 in

@@ -8,7 +8,7 @@ source ${0:A:h}/orvanta-common.zsh 2>/dev/null || {
     exit 1
 }
 
-usage() { print -r -- "usage: ${0:t} [--help]"; }
+usage() { print -r -- "usage: ${ZSH_ARGZERO:t} [--help]"; }
 if (( $# )); then
     if [[ $1 == (-h|--help) && $# == 1 ]]; then usage; exit 0; fi
     print -r -- "Unknown argument: $1"; usage; exit 2
