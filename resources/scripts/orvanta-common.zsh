@@ -134,7 +134,7 @@ orv_resolve() {
     elif orv_have getent; then
         out=$(orv_limit $ORV_TIMEOUT getent ahosts $host 2>/dev/null)
         reply=(${(u)${${(M)${(f)out}:#*STREAM*}%% *}})
-    elif orv_have dig "no system lookup tool either; using dig"; then
+    elif orv_have dig "names cannot be looked up (no getent or dscacheutil, and no dig)"; then
         out=$(orv_limit $ORV_TIMEOUT dig +short +time=2 +tries=1 $host A $host AAAA 2>/dev/null)
         reply=(${(u)${(M)${(f)out}:#[0-9a-fA-F]*[.:]*}})
     fi

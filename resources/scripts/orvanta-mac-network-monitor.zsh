@@ -78,7 +78,7 @@ done
 typeset -gi NO_GATEWAY=0
 if orv_default_gateway && orv_valid_host $REPLY; then
     gw=$REPLY
-    if orv_have ping "the gateway cannot be probed"; then
+    if orv_have ping; then
         add_target "Gateway $gw" gateway icmp $gw ""
     else
         note "ping is missing: the default gateway $gw is not probed"
