@@ -111,6 +111,7 @@ private Q_SLOTS:
     void monitorStoppedByTerminationWritesOutageReport();
     void monitorEndsAfterItsDuration();
     void traceRouteReportsPathsAndEscapesNames();
+    void traceRouteMarksLatencyJumpAndSilence();
 
 private:
     QProcessEnvironment baseEnvironment(const QString& home) const;
@@ -416,6 +417,38 @@ void ScriptsTest::traceRouteReportsPathsAndEscapesNames() {
     const QString badReport = checkReport(bad, home.path(), QStringLiteral("OrvantaTraceRoute_"));
     REPORT_OK(badReport);
     QVERIFY(badReport.contains(QStringLiteral("&lt;script&gt;x&lt;/script&gt;")));
+}
+
+void ScriptsTest::traceRouteMarksLatencyJumpAndSilence() {
+    // A traceroute stand-in first on PATH prints a path whose third hop adds 47 ms and after which nothing
+    // replies.
+    QTemporaryDir home;
+    QTemporaryDir bin;
+    QFile fake(bin.filePath(QStringLiteral("traceroute")));
+    QVERIFY(fake.open(QIODevice::WriteOnly));
+    fake.write("#!/bin/sh\n"
+               "echo 'traceroute to x (127.0.0.9), 30 hops max, 60 byte packets'\n"
+               "echo ' 1  router.lan (192.168.1.1)  1.201 ms  1.105 ms'\n"
+               "echo ' 2  * *'\n"
+               "echo ' 3  <b>isp</b>.example.net (203.0.113.5)  48.9 ms *'\n"
+               "for h in 4 5 6 7 8 9 10; do echo \" $h  * *\"; done\n");
+    fake.close();
+    fake.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QProcessEnvironment env = baseEnvironment(home.path());
+    env.insert(QStringLiteral("PATH"), bin.path() + u':' + searchPath);
+    env.insert(QStringLiteral("ORVANTA_FRONTEND"), QStringLiteral("127.0.0.9"));
+    const Run r = run(QStringLiteral("orvanta-mac-traceroute.zsh"), {}, env);
+    QVERIFY2(r.exitCode == 1, qPrintable(r.output)); // the gateway did not answer
+    QVERIFY2(r.output.contains(QStringLiteral("ended after 5 silent hops")) ||
+                 QString(r.output).remove(u'\n').contains(QStringLiteral("replies stop after hop 3")),
+             qPrintable(r.output));
+    QVERIFY(!r.output.contains(QStringLiteral("hop  9")));
+    const QString report = checkReport(r, home.path(), QStringLiteral("OrvantaTraceRoute_"));
+    REPORT_OK(report);
+    QVERIFY(
+        report.contains(QStringLiteral("<td>&lt;b&gt;isp&lt;/b&gt;.example.net</td><td>203.0.113.5</td>")));
+    QVERIFY(report.contains(QStringLiteral("latency jumps here (+48 ms); replies stop after this hop")));
+    QVERIFY(report.contains(QStringLiteral("fill=\"#c62828\""))); // the jump's bar
 }
 
 QTEST_GUILESS_MAIN(ScriptsTest)

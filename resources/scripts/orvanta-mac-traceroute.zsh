@@ -193,7 +193,7 @@ trace_one() {
 
 # chart: bars of per-hop median latency; silent hops as grey ticks, the jump in red, a dashed line where replies stop.
 chart() {
-    local -a n=(${(P)1}) m=(${(P)2}); local ja=${(P)3} sa=${(P)4}
+    local -a n=("${(@P)1}") m=("${(@P)2}"); local ja=${(P)3} sa=${(P)4}
     integer W=960 LX=50 PW=880 H=200 TOP=16 PH=150
     local mx=1 i v x bw
     for v in $m; do [[ -n $v ]] && (( v > mx )) && mx=$v; done
