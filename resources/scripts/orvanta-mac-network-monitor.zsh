@@ -329,17 +329,21 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
         elif [[ -z $bmax[b] ]] || (( v > bmax[b] )); then bmax[b]=$v
         fi
     done
+    # A lost probe covers its whole interval, so an outage shows as one red band; the line breaks only there.
+    typeset -F lw=$(( PW / (NB * 1.0) )) pw=$(( INTERVAL / span * PW ))
+    (( pw > lw )) && lw=$pw
     pts=""
     for (( b = 1; b <= NB; b++ )); do
         x=$(( LX + (b - 0.5) * PW / NB ))
         if [[ -n $blost[b] ]]; then
-            svg+=("<rect x=\"$(printf '%.1f' $(( LX + (b - 1) * PW / (NB * 1.0) )))\" y=\"$y0\" width=\"$(printf '%.1f' $(( PW / (NB * 1.0) )))\" height=\"$LH\" fill=\"#c62828\" opacity=\"0.75\"/>")
-        fi
-        if [[ -n $bmax[b] ]]; then
+            typeset -F rx=$(( LX + (b - 1) * PW / (NB * 1.0) )) rw=$lw
+            (( rx + rw > LX + PW )) && rw=$(( LX + PW - rx ))
+            svg+=("<rect x=\"$(printf '%.1f' $rx)\" y=\"$y0\" width=\"$(printf '%.1f' $rw)\" height=\"$LH\" fill=\"#c62828\"/>")
+            [[ -n $pts ]] && svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
+            pts=""
+        elif [[ -n $bmax[b] ]]; then
             v=$bmax[b]; (( v > scale )) && v=$scale
             pts+="$(printf '%.1f,%.1f ' $x $(( y0 + LH - 2 - v / scale * (LH - 4) )))"
-        elif [[ -n $pts ]]; then
-            svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>"); pts=""
         fi
     done
     [[ -n $pts ]] && svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
