@@ -9,8 +9,10 @@ usage() {
     exit 2
 }
 
-# Debian packages the build, the tests and the diagnostic scripts need.
-debian_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgl-dev zsh)
+# Debian packages the build, the tests and the diagnostic scripts need (the scripts' network tools: dig,
+# ping, traceroute, openssl, curl, lsof and ps).
+debian_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgl-dev zsh
+    openssl ca-certificates curl dnsutils iputils-ping traceroute lsof procps)
 
 install_dependencies() {
     case "$(uname -s)" in

@@ -1,0 +1,422 @@
+# Shared by the three Orvanta diagnostic scripts: the service's targets, tool detection, probes with their own
+# time-outs, console lines for a person watching, and the self-contained HTML report.
+# Sourced, never run on its own. Works with macOS (BSD tools, LibreSSL) and Debian (GNU tools, OpenSSL 3).
+
+zmodload zsh/datetime || { print -r -- "zsh/datetime is missing: this zsh cannot time anything"; exit 1 }
+zmodload zsh/mathfunc || { print -r -- "zsh/mathfunc is missing: this zsh cannot compute timings"; exit 1 }
+zmodload zsh/zselect 2>/dev/null
+zmodload zsh/net/tcp 2>/dev/null
+zmodload zsh/parameter 2>/dev/null
+setopt extended_glob pipe_fail no_nomatch
+
+typeset -g ORV_SCRIPT_VERSION="1.0"
+typeset -g ORV_OS=${$(uname -s 2>/dev/null):-unknown}
+
+# --- The service's targets: one place, named by role. The real host names are set by deployment or by the
+# environment; the reserved example domain stands in until then.
+typeset -g ORV_FRONTEND=${ORVANTA_FRONTEND:-frontend.example.com:443}
+typeset -g ORV_ENDPOINTS=${ORVANTA_ENDPOINTS:-"$ORV_FRONTEND broker.example.com:443 gateway.example.com:443"}
+typeset -g ORV_DNS_RESOLVERS=${ORVANTA_DNS_RESOLVERS:-"1.1.1.1 8.8.8.8"}
+typeset -g ORV_DNS_QUERY_NAME=${ORVANTA_DNS_QUERY_NAME:-}
+typeset -g ORV_GATEWAY_OVERRIDE=${ORVANTA_GATEWAY:-}
+typeset -g ORV_RELAY_OVERRIDE=${ORVANTA_RELAY:-}
+typeset -g ORV_CLIENT_PROCESS=${ORVANTA_CLIENT_PROCESS:-Windows App}
+typeset -g ORV_CONNECTOR_PROCESS=${ORVANTA_CONNECTOR_PROCESS:-Orvanta Mac Connector}
+typeset -g ORV_CA_FILE=${ORVANTA_CA_FILE:-}
+typeset -g ORV_TIMEOUT=${ORVANTA_TIMEOUT:-5}
+
+typeset -gi ORV_PASSED=0 ORV_FAILED=0 ORV_WARNED=0
+typeset -ga ORV_FAILURES ORV_WARNINGS ORV_CHECKS
+typeset -ga ORV_BODY
+typeset -gA ORV_TOOL_NOTED
+
+# --- Console: plain lines with the local time, one when a step starts and one when it ends.
+orv_say() { print -r -- "[$(strftime %H:%M:%S $EPOCHSECONDS)] $*" }
+orv_step() { orv_say "-- $*" }
+# orv_result STATUS TEXT: STATUS is OK, FAIL, WARN, SKIP or INFO; FAIL and WARN are counted for the verdict.
+orv_result() {
+    local st=$1; shift
+    case $st in
+    OK) (( ORV_PASSED++ )) ;;
+    FAIL) (( ORV_FAILED++ )); ORV_FAILURES+=("$*") ;;
+    WARN) (( ORV_WARNED++ )); ORV_WARNINGS+=("$*") ;;
+    esac
+    ORV_CHECKS+=("$st"$'\t'"$*")
+    orv_say "   ${(r:4:)st}  $*"
+}
+
+# orv_have TOOL [WHAT-IS-LOST]: true when TOOL is on PATH; otherwise says once what is lost without it.
+orv_have() {
+    (( $+commands[$1] )) && return 0
+    if [[ -n $2 && -z ${ORV_TOOL_NOTED[$1]} ]]; then
+        ORV_TOOL_NOTED[$1]=1
+        orv_say "   NOTE  '$1' was not found on PATH ($PATH): $2"
+    fi
+    return 1
+}
+
+# --- Milliseconds since the epoch as a float, and a duration printed for people.
+orv_now() { REPLY=$EPOCHREALTIME }
+orv_ms_since() { REPLY=$(( (EPOCHREALTIME - $1) * 1000.0 )); REPLY=$(printf '%.1f' $REPLY) }
+
+orv_sleep() { # fractional seconds, as a builtin so that a trap interrupts it
+    if (( $+builtins[zselect] )); then
+        zselect -t $(( int($1 * 100) )) 2>/dev/null
+    else
+        sleep $1
+    fi
+}
+
+# orv_limit SECONDS COMMAND...: runs COMMAND with a time-out of its own, so that nothing hangs and a stop
+# request is honoured soon. Status 124 on time-out, otherwise the command's.
+orv_limit() {
+    local secs=$1; shift
+    "$@" &
+    local pid=$!
+    { orv_sleep $secs; kill -TERM $pid 2>/dev/null; orv_sleep 0.5; kill -KILL $pid 2>/dev/null } &
+    local dog=$! rc
+    wait $pid; rc=$?
+    if kill -0 $dog 2>/dev/null; then
+        kill -KILL $dog 2>/dev/null
+        wait $dog 2>/dev/null
+        return $rc
+    fi
+    return 124
+}
+
+# The scripts' traps act in the script's own process only; a probe's subshell just ends.
+orv_in_subshell() { (( ZSH_SUBSHELL > 0 )) }
+orv_subshell_stop() { orv_in_subshell && { orv_kill_jobs; exit $1 }; return 1 }
+
+# Ends every background job still running, for a stop request or the end of the script.
+orv_kill_jobs() {
+    local j pid
+    for j in ${(k)jobstates}; do
+        for pid in ${${(s.:.)jobstates[$j]}[3,-1]}; do
+            kill -TERM ${pid%%=*} 2>/dev/null
+        done
+    done
+}
+
+# --- Targets: "host", "host:port", "[v6]:port" or a bare IPv6 address.
+# orv_split TARGET DEFAULT-PORT: sets ORV_HOST and ORV_PORT.
+orv_split() {
+    local t=$1
+    ORV_PORT=$2
+    if [[ $t == \[*\]:<-> ]]; then
+        ORV_HOST=${${t%:*}[2,-2]}; ORV_PORT=${t##*:}
+    elif [[ $t == \[*\] ]]; then
+        ORV_HOST=${t[2,-2]}
+    elif [[ $t == *:*:* ]]; then
+        ORV_HOST=$t
+    elif [[ $t == *:<-> ]]; then
+        ORV_HOST=${t%:*}; ORV_PORT=${t##*:}
+    else
+        ORV_HOST=$t
+    fi
+}
+
+# Only plain host names and addresses go to tools, so no target can turn into an option or worse.
+orv_valid_host() { [[ $1 == [A-Za-z0-9]([A-Za-z0-9._:%-]#) && ${#1} -le 253 ]] }
+orv_is_ipv4() { [[ $1 == <0-255>.<0-255>.<0-255>.<0-255> ]] }
+orv_is_ipv6() { [[ $1 == *:*:* && $1 == [0-9A-Fa-f:.%a-z]## ]] }
+orv_is_ip() { orv_is_ipv4 $1 || orv_is_ipv6 $1 }
+orv_hostport() { if orv_is_ipv6 $1; then REPLY="[$1]:$2"; else REPLY="$1:$2"; fi }
+
+# orv_resolve HOST: addresses from the system resolver (the one the client uses) in reply, one per element.
+orv_resolve() {
+    reply=()
+    local host=$1 out
+    if orv_is_ip $host; then reply=($host); return 0; fi
+    if [[ $ORV_OS == Darwin ]] && orv_have dscacheutil; then
+        out=$(orv_limit $ORV_TIMEOUT dscacheutil -q host -a name $host 2>/dev/null)
+        reply=(${(u)${(M)${(f)out}:#ip*_address:*}##*: })
+    elif orv_have getent; then
+        out=$(orv_limit $ORV_TIMEOUT getent ahosts $host 2>/dev/null)
+        reply=(${(u)${${(M)${(f)out}:#*STREAM*}%% *}})
+    elif orv_have dig "names cannot be looked up (no getent or dscacheutil, and no dig)"; then
+        out=$(orv_limit $ORV_TIMEOUT dig +short +time=2 +tries=1 $host A $host AAAA 2>/dev/null)
+        reply=(${(u)${(M)${(f)out}:#[0-9a-fA-F]*[.:]*}})
+    fi
+    (( ${#reply} > 0 ))
+}
+
+# orv_tcp_once HOST PORT: prints the connect time in ms; status 0 when the connection was made.
+orv_tcp_once() {
+    local host=$1 port=$2 t0 rc
+    t0=$EPOCHREALTIME
+    if (( $+builtins[ztcp] )) && ! orv_is_ipv6 $host; then
+        ztcp $host $port 2>/dev/null; rc=$?
+        (( rc == 0 )) && ztcp -c $REPLY 2>/dev/null
+    elif (( $+commands[nc] )); then
+        nc -z -w 3 $host $port >/dev/null 2>&1; rc=$?
+    elif (( $+commands[curl] )); then
+        orv_hostport $host $port
+        curl -s --noproxy '*' --connect-timeout 3 -o /dev/null "telnet://$REPLY" </dev/null >/dev/null 2>&1
+        rc=$?
+    else
+        return 3
+    fi
+    printf '%.1f\n' $(( (EPOCHREALTIME - t0) * 1000.0 ))
+    return rc
+}
+
+# orv_tcp HOST PORT [SECONDS]: REPLY is the connect time in ms; status 0 on success, 124 on time-out.
+orv_tcp() {
+    local out rc
+    out=$(orv_limit ${3:-$ORV_TIMEOUT} orv_tcp_once $1 $2); rc=$?
+    REPLY=${out##*$'\n'}
+    return rc
+}
+
+# orv_ping HOST [SECONDS]: REPLY is the round-trip time in ms of one echo request.
+orv_ping() {
+    local host=$1 secs=${2:-2} out rc tool=ping
+    local -a args=(-c 1 -n)
+    if orv_is_ipv6 $host; then
+        if [[ $ORV_OS == Darwin ]]; then tool=ping6; else args+=(-6); fi
+    fi
+    if [[ $ORV_OS == Darwin ]]; then
+        [[ $tool == ping ]] && args+=(-t $(( int(ceil(secs)) )))   # -t is the time-out on macOS
+    else
+        args+=(-W $(( int(ceil(secs)) )))                         # -t would be the TTL here
+    fi
+    out=$(orv_limit $(( secs + 1 )) $tool $args $host 2>&1); rc=$?
+    if [[ $out == (#b)*time[=\<]([0-9.]##)* ]]; then
+        REPLY=$match[1]
+        return 0
+    fi
+    REPLY=${${(f)out}[-1]}
+    return $(( rc ? rc : 1 ))
+}
+
+# orv_dns_query RESOLVER NAME [SECONDS]: asks RESOLVER (address or address#port) for NAME; REPLY is the time in ms.
+orv_dns_query() {
+    local server=${1%%\#*} port=53 name=$2 secs=${3:-2} out rc t0
+    [[ $1 == *\#<-> ]] && port=${1##*\#}
+    t0=$EPOCHREALTIME
+    if (( $+commands[dig] )); then
+        out=$(orv_limit $(( secs + 1 )) dig +time=$(( int(ceil(secs)) )) +tries=1 -p $port @$server $name A 2>&1); rc=$?
+        if [[ $out == (#b)*status:\ ([A-Z]##)* && $out == (#b)*Query\ time:\ ([0-9]##)* ]]; then
+            REPLY=$match[1]
+            [[ $REPLY == 0 ]] && REPLY=$(printf '%.1f' $(( (EPOCHREALTIME - t0) * 1000.0 )) )
+            return 0
+        fi
+        REPLY=${${${(M)${(f)out}:#*;; *}[1]}#;; }
+        [[ -n $REPLY ]] || REPLY="no answer"
+        return 1
+    elif (( $+commands[host] )) && (( port == 53 )); then
+        out=$(orv_limit $(( secs + 1 )) host -W $(( int(ceil(secs)) )) $name $server 2>&1); rc=$?
+    elif (( $+commands[nslookup] )) && (( port == 53 )); then
+        out=$(orv_limit $(( secs + 1 )) nslookup -timeout=$(( int(ceil(secs)) )) $name $server 2>&1); rc=$?
+    else
+        return 3
+    fi
+    # host and nslookup say NXDOMAIN with a non-zero status, which still proves the resolver answered.
+    if (( rc == 0 )) || [[ $out == *(NXDOMAIN|not found|can\'t find)* ]]; then
+        REPLY=$(printf '%.1f' $(( (EPOCHREALTIME - t0) * 1000.0 )) )
+        return 0
+    fi
+    REPLY="no answer"
+    return 1
+}
+orv_dns_tool() { (( $+commands[dig] || $+commands[host] || $+commands[nslookup] )) }
+
+# --- The system: default gateway, running processes, the client's remote peers.
+# orv_default_gateway: REPLY is the gateway's address (empty when none); ORV_GW_IF its interface.
+orv_default_gateway() {
+    REPLY=$ORV_GATEWAY_OVERRIDE; ORV_GW_IF=""
+    [[ -n $REPLY ]] && { ORV_GW_IF="(set by ORVANTA_GATEWAY)"; return 0 }
+    local out
+    if [[ $ORV_OS == Darwin ]] && orv_have route "the default gateway cannot be found"; then
+        # netstat -rn changed its columns in macOS 11.3; route get prints labelled fields.
+        out=$(orv_limit 3 route -n get default 2>/dev/null)
+        [[ $out == (#b)*gateway:\ ([^$'\n']##)* ]] && REPLY=$match[1]
+        [[ $out == (#b)*interface:\ ([^$'\n']##)* ]] && ORV_GW_IF=$match[1]
+    elif orv_have ip; then
+        out=$(orv_limit 3 ip route show default 2>/dev/null)
+        [[ $out == (#b)*via\ ([^ $'\n']##)* ]] && REPLY=$match[1]
+        [[ $out == (#b)*dev\ ([^ $'\n']##)* ]] && ORV_GW_IF=$match[1]
+    elif [[ -r /proc/net/route ]]; then
+        local ifc dest gw rest
+        while read -r ifc dest gw rest; do
+            if [[ $dest == 00000000 && $gw == [0-9A-F](#c8) ]]; then
+                REPLY="$(( 16#${gw[7,8]} )).$(( 16#${gw[5,6]} )).$(( 16#${gw[3,4]} )).$(( 16#${gw[1,2]} ))"
+                ORV_GW_IF=$ifc; break
+            fi
+        done < /proc/net/route
+    fi
+    [[ -n $REPLY ]]
+}
+
+# orv_pids NAME: reply holds the ids of processes whose command name is NAME (Linux keeps 15 characters of it).
+orv_pids() {
+    reply=()
+    local line pid comm
+    for line in ${(f)"$(ps -axo pid=,comm= 2>/dev/null)"}; do
+        line=${line##[[:space:]]#}
+        pid=${line%%[[:space:]]*}
+        comm=${${line#*[[:space:]]}##[[:space:]]#}
+        comm=${comm:t}
+        if [[ $comm == $1 ]] || { (( ${#comm} == 15 )) && [[ $1 == ${comm}* ]] }; then
+            [[ $pid != $$ ]] && reply+=($pid)
+        fi
+    done
+    (( ${#reply} > 0 ))
+}
+
+# orv_relay_peers: reply holds the remote peers (address:port) of the client's established connections, when a
+# session is active; ORV_RELAY_SOURCE says where they came from.
+orv_relay_peers() {
+    reply=(); ORV_RELAY_SOURCE=""
+    if [[ -n $ORV_RELAY_OVERRIDE ]]; then
+        reply=(${=ORV_RELAY_OVERRIDE}); ORV_RELAY_SOURCE="set by ORVANTA_RELAY"; return 0
+    fi
+    orv_pids $ORV_CLIENT_PROCESS || { ORV_RELAY_SOURCE="'$ORV_CLIENT_PROCESS' is not running"; return 1 }
+    local -a pids=($reply) peers
+    reply=()
+    orv_have lsof "the client's connections (the relay) cannot be read" || { ORV_RELAY_SOURCE="lsof is missing"; return 1 }
+    local out line peer
+    out=$(orv_limit 5 lsof -nP -a -p ${(j:,:)pids} -i -Fn 2>/dev/null)
+    for line in ${(f)out}; do
+        [[ $line == n*-\>* ]] || continue
+        peer=${line#*->}
+        peer=${peer%% *}
+        [[ $peer == (127.*|\[::1\]*|localhost*):* ]] && continue
+        peers+=($peer)
+    done
+    reply=(${(u)peers})
+    if (( ${#reply} )); then
+        ORV_RELAY_SOURCE="connections of '$ORV_CLIENT_PROCESS'"
+    else
+        ORV_RELAY_SOURCE="'$ORV_CLIENT_PROCESS' runs with no remote connection (no active session)"
+    fi
+    (( ${#reply} > 0 ))
+}
+
+# The latest relay a report recorded, for a trace when no session is open now.
+orv_last_recorded_relay() {
+    REPLY=""
+    local f line
+    for f in $HOME/Desktop/(OrvantaMacClientReach_|OrvantaNetMonitor_)*.html(N.om); do
+        line=$(grep -m1 '<meta name="orvanta-relay"' $f 2>/dev/null)
+        if [[ $line == (#b)*content=\"([0-9A-Fa-f.:\[\]]##)\"* ]]; then
+            REPLY=$match[1]; ORV_RELAY_SOURCE="recorded in ${f:t}"; return 0
+        fi
+    done
+    return 1
+}
+
+# --- HTML: everything from the network or the system goes through orv_esc.
+orv_esc() {
+    local s=$1
+    s=${s//&/&amp;}; s=${s//</&lt;}; s=${s//>/&gt;}; s=${s//\"/&quot;}; s=${s//\'/&#39;}
+    REPLY=$s
+}
+orv_h() { orv_esc "$*"; ORV_BODY+=("$REPLY") }      # escaped text
+orv_raw() { ORV_BODY+=("$*") }                     # markup written by the script itself
+orv_section() { orv_esc "$1"; ORV_BODY+=("<h2>$REPLY</h2>") }
+orv_para() { orv_esc "$2"; ORV_BODY+=("<p class=\"$1\">$REPLY</p>") }
+orv_table() {
+    local c row="<table><thead><tr>"
+    for c in "$@"; do orv_esc "$c"; row+="<th>$REPLY</th>"; done
+    ORV_BODY+=("$row</tr></thead><tbody>")
+}
+orv_table_end() { ORV_BODY+=("</tbody></table>") }
+# orv_row STATUS CELL...: a table row whose first cell is a badge (OK, FAIL, WARN, SKIP, INFO, or empty for none).
+orv_row() {
+    local st=$1 c row="<tr>"; shift
+    [[ -n $st ]] && row+="<td>$(orv_badge $st)</td>"
+    for c in "$@"; do orv_esc "$c"; row+="<td>$REPLY</td>"; done
+    ORV_BODY+=("$row</tr>")
+}
+orv_badge() { print -rn -- "<span class=\"b ${(L)1}\">$1</span>" }
+
+typeset -g ORV_CSS='
+:root{--blue:#1f5fbf;--ok:#1e7d32;--fail:#c62828;--warn:#b26a00;--mute:#667085}
+*{box-sizing:border-box}
+body{font:14px/1.45 -apple-system,BlinkMacSystemFont,"Segoe UI",Helvetica,Arial,sans-serif;color:#1d2433;background:#f4f6fa;margin:0}
+header{background:var(--blue);color:#fff;padding:18px 28px}
+header h1{margin:0;font-size:22px;font-weight:600}
+header p{margin:4px 0 0;opacity:.9;font-size:13px}
+main{max-width:1080px;margin:0 auto;padding:20px 28px 40px}
+.verdict{border-radius:10px;padding:14px 18px;margin:0 0 18px;border:1px solid;background:#fff}
+.verdict h2{margin:0 0 6px;font-size:19px;border:0;padding:0}
+.verdict.ok{border-color:var(--ok);background:#eef8ef}.verdict.ok h2{color:var(--ok)}
+.verdict.fail{border-color:var(--fail);background:#fdeeee}.verdict.fail h2{color:var(--fail)}
+.verdict.warn{border-color:var(--warn);background:#fff6e5}.verdict.warn h2{color:var(--warn)}
+.verdict ul{margin:6px 0 0;padding-left:20px}
+h2{font-size:17px;margin:26px 0 8px;padding-bottom:4px;border-bottom:1px solid #d8dde6}
+h3{font-size:15px;margin:18px 0 6px}
+table{border-collapse:collapse;width:100%;background:#fff;margin:6px 0 12px;font-size:13px}
+th,td{text-align:left;padding:5px 9px;border-bottom:1px solid #e6e9ef;vertical-align:top;overflow-wrap:anywhere}
+th{background:#eef1f6;font-weight:600}
+tr.mark td{background:#fff3e0}
+.b{display:inline-block;min-width:44px;text-align:center;border-radius:4px;padding:1px 6px;font-size:11px;font-weight:700;color:#fff}
+.b.ok{background:var(--ok)}.b.fail{background:var(--fail)}.b.warn{background:var(--warn)}
+.b.skip,.b.info{background:var(--mute)}
+.note{color:var(--mute);font-size:12.5px}
+pre{background:#fff;border:1px solid #e6e9ef;padding:8px;font-size:12px;overflow-x:auto;white-space:pre-wrap}
+svg{background:#fff;border:1px solid #e6e9ef;max-width:100%;height:auto}
+footer{color:var(--mute);font-size:12px;margin-top:28px}
+'
+
+# orv_write_report PREFIX TITLE VERDICT-CLASS VERDICT-TITLE [VERDICT-LINE...]: writes the report to the Desktop
+# through a hidden temporary file that is renamed when complete; REPLY is its full path.
+typeset -ga ORV_HEAD_EXTRA
+orv_write_report() {
+    local prefix=$1 title=$2 vclass=$3 vtitle=$4; shift 4
+    local desk=$HOME/Desktop stamp name dest tmp line
+    mkdir -p $desk 2>/dev/null
+    if [[ ! -d $desk || ! -w $desk ]]; then
+        orv_say "Cannot write to $desk: no report was written."
+        REPLY=""; return 1
+    fi
+    stamp=$(strftime %Y%m%d-%H%M%S $EPOCHSECONDS)
+    name="$prefix$stamp"
+    local -i n=2
+    while [[ -e $desk/$name.html ]]; do name="$prefix$stamp-$n"; (( n++ )); done
+    dest=$desk/$name.html
+    tmp=$desk/.$name.html.tmp$$
+    local host_name os_text
+    host_name=$(hostname 2>/dev/null)
+    if [[ $ORV_OS == Darwin ]] && (( $+commands[sw_vers] )); then
+        os_text="macOS $(sw_vers -productVersion 2>/dev/null)"
+    elif [[ -r /etc/os-release ]]; then
+        os_text=${${(M)${(f)"$(</etc/os-release)"}:#PRETTY_NAME=*}#PRETTY_NAME=}; os_text=${(Q)os_text}
+    else
+        os_text=$ORV_OS
+    fi
+    {
+        print -r -- '<!DOCTYPE html>'
+        print -r -- '<html lang="en"><head><meta charset="utf-8" />'
+        print -r -- '<meta name="viewport" content="width=device-width, initial-scale=1" />'
+        orv_esc "$title"; print -r -- "<title>$REPLY</title>"
+        for line in $ORV_HEAD_EXTRA; do print -r -- $line; done
+        print -r -- "<style>$ORV_CSS</style></head><body>"
+        orv_esc "$title"; print -r -- "<header><h1>Orvanta $REPLY</h1>"
+        orv_esc "Computer $host_name · user ${USER:-?} · $os_text · $(strftime '%Y-%m-%d %H:%M:%S %Z' $EPOCHSECONDS)"
+        print -r -- "<p>$REPLY</p></header><main>"
+        orv_esc "$vtitle"; print -r -- "<section class=\"verdict $vclass\"><h2>$REPLY</h2>"
+        if (( $# )); then
+            print -r -- "<ul>"
+            for line in "$@"; do orv_esc "$line"; print -r -- "<li>$REPLY</li>"; done
+            print -r -- "</ul>"
+        fi
+        print -r -- "</section>"
+        for line in $ORV_BODY; do print -r -- $line; done
+        orv_esc "Written by ${ZSH_ARGZERO:t} $ORV_SCRIPT_VERSION with zsh $ZSH_VERSION on $ORV_OS."
+        print -r -- "<footer>$REPLY</footer></main></body></html>"
+    } > $tmp 2>/dev/null && mv -f $tmp $dest 2>/dev/null || {
+        rm -f $tmp 2>/dev/null
+        orv_say "Writing $dest failed: no report was written."
+        REPLY=""; return 1
+    }
+    REPLY=$dest
+}
+
+# Prints the standard closing: the report's path as the last line.
+orv_finish() { # orv_finish PATH EXIT-STATUS
+    [[ -n $1 ]] && print -r -- $1
+    exit $2
+}

@@ -1,0 +1,379 @@
+#!/bin/zsh
+# Network Monitor: probes public DNS resolvers, the default gateway, the Orvanta front end and the active relay
+# every two seconds, prints state changes as they happen and a summary each minute, then writes an HTML report
+# with per-target statistics, outages clustered in time, a verdict on which side of the path failed, and a
+# timeline. Stops at the end of its duration, or on SIGTERM/SIGINT, and still writes its report then.
+emulate -R zsh
+source ${0:A:h}/orvanta-common.zsh 2>/dev/null || {
+    print -r -- "Cannot read orvanta-common.zsh beside this script (${0:A:h}): reinstall the toolkit."
+    exit 1
+}
+
+usage() { print -r -- "usage: ${ZSH_ARGZERO:t} [--duration MINUTES | --indefinite]   (default: 60 minutes)"; }
+typeset -i MINUTES=60 INDEFINITE=0
+while (( $# )); do
+    case $1 in
+    --duration)
+        [[ $2 == <1-100000> ]] || { print -r -- "--duration needs a whole number of minutes, got '${2-}'"; usage; exit 2 }
+        MINUTES=$2; shift 2 ;;
+    --duration=*)
+        [[ ${1#*=} == <1-100000> ]] || { print -r -- "--duration needs a whole number of minutes, got '${1#*=}'"; usage; exit 2 }
+        MINUTES=${1#*=}; shift ;;
+    --indefinite) INDEFINITE=1; shift ;;
+    -h|--help) usage; exit 0 ;;
+    *) print -r -- "Unknown argument: $1"; usage; exit 2 ;;
+    esac
+done
+
+# Probe rhythm; tests shorten these through the environment.
+typeset -F INTERVAL=${ORVANTA_PROBE_INTERVAL:-2}
+typeset -F PROBE_TIMEOUT=${ORVANTA_PROBE_TIMEOUT:-1.5}
+typeset -F MINUTE=${ORVANTA_MINUTE_SECONDS:-60}
+(( INTERVAL >= 0.05 && PROBE_TIMEOUT > 0 && MINUTE >= 0.1 )) || { print -r -- "ORVANTA_PROBE_INTERVAL, ORVANTA_PROBE_TIMEOUT or ORVANTA_MINUTE_SECONDS is not a positive number"; exit 2 }
+(( PROBE_TIMEOUT > INTERVAL )) && PROBE_TIMEOUT=$INTERVAL
+
+typeset -g WORK=$(mktemp -d "${TMPDIR:-/tmp}/orvanta-monitor.XXXXXX") || { print -r -- "Cannot create a temporary folder"; exit 1 }
+typeset -gi STOP=0
+typeset -g STOP_REASON=""
+setopt traps_async   # a stop request ends the wait for the current probes at once
+TRAPEXIT() { orv_in_subshell || { orv_kill_jobs; rm -rf $WORK } }
+TRAPTERM() { orv_subshell_stop 143; STOP=1; STOP_REASON="stopped by a termination request"; orv_kill_jobs; return 0 }
+TRAPINT() { orv_subshell_stop 130; STOP=1; STOP_REASON="stopped by an interrupt"; orv_kill_jobs; return 0 }
+
+# --- Targets: id → label, role, kind (dns, icmp, tcp), host, port.
+typeset -ga T_LABEL T_ROLE T_KIND T_HOST T_PORT T_STATE T_SINCE T_LOSTRUN T_P95
+typeset -ga NOTES
+add_target() {
+    T_LABEL+=("$1"); T_ROLE+=("$2"); T_KIND+=("$3"); T_HOST+=("$4"); T_PORT+=("$5")
+    T_STATE+=(new); T_SINCE+=(0); T_LOSTRUN+=(0)
+    : > $WORK/s.${#T_LABEL}
+    orv_say "   target ${#T_LABEL}: $1 ($3 probe${4:+ to $4}${5:+ port $5})"
+}
+note() { NOTES+=("$*"); orv_say "   NOTE  $*" }
+
+orv_say "Orvanta Network Monitor $ORV_SCRIPT_VERSION on ${ORV_OS}: every $(printf %g $INTERVAL)s, probe time-out $(printf %g $PROBE_TIMEOUT)s, $( (( INDEFINITE )) && print -rn -- "until stopped" || print -rn -- "for $MINUTES minute(s)")"
+orv_step "Choosing the targets"
+
+typeset -g QNAME=$ORV_DNS_QUERY_NAME
+if [[ -z $QNAME ]]; then orv_split $ORV_FRONTEND 443; QNAME=$ORV_HOST; fi
+orv_valid_host $QNAME && ! orv_is_ip $QNAME || QNAME=example.com
+typeset -i n_dns=0
+for r in ${=ORV_DNS_RESOLVERS}; do
+    (( n_dns >= 2 )) && break
+    host=${r%%\#*}
+    orv_valid_host $host || { note "DNS resolver '$r' is not a valid address: skipped"; continue }
+    (( n_dns++ ))
+    if (( $+commands[dig] )) || { orv_dns_tool && [[ $r != *\#* ]] }; then
+        add_target "DNS $r" dns dns $r ""
+    elif orv_have ping; then
+        note "no DNS tool (dig, host, nslookup): DNS resolver $host is pinged instead of queried"
+        add_target "DNS $host (ping)" dns icmp $host ""
+    else
+        note "no DNS tool and no ping: DNS resolver $host is probed by a TCP connection to port 53"
+        add_target "DNS $host (TCP 53)" dns tcp $host 53
+    fi
+done
+(( n_dns )) || note "no DNS resolvers to probe (ORVANTA_DNS_RESOLVERS is empty)"
+
+typeset -gi NO_GATEWAY=0
+if orv_default_gateway && orv_valid_host $REPLY; then
+    gw=$REPLY
+    if orv_have ping; then
+        add_target "Gateway $gw" gateway icmp $gw ""
+    else
+        note "ping is missing: the default gateway $gw is not probed"
+    fi
+else
+    NO_GATEWAY=1
+    note "no default gateway: this computer has no route to the internet right now"
+fi
+
+orv_split $ORV_FRONTEND 443
+if orv_valid_host $ORV_HOST && [[ $ORV_PORT == <1-65535> ]]; then
+    fe=$ORV_HOST
+    if ! orv_is_ip $fe; then
+        # Resolved once here, so that each probe measures the connection and not the name lookup.
+        if orv_resolve $fe; then fe=$reply[1]; else note "front end $ORV_HOST does not resolve now; probes will look it up each time"; fi
+    fi
+    add_target "Front end $ORV_HOST" frontend tcp $fe $ORV_PORT
+else
+    note "front end '$ORV_FRONTEND' is not a valid host name and port: not probed"
+fi
+
+typeset -gi HAVE_RELAY=0
+typeset -g RELAY_RECORDED=""
+find_relay() {
+    orv_relay_peers || return 1
+    orv_split $reply[1] 3389
+    orv_valid_host $ORV_HOST && [[ $ORV_PORT == <1-65535> ]] || { note "relay '$reply[1]' is not a valid address: not probed"; HAVE_RELAY=1; return 1 }
+    add_target "Relay $ORV_HOST" relay tcp $ORV_HOST $ORV_PORT
+    orv_hostport $ORV_HOST $ORV_PORT; RELAY_RECORDED=$REPLY
+    HAVE_RELAY=1
+}
+find_relay || orv_say "   INFO  no relay yet: $ORV_RELAY_SOURCE (checked again each minute)"
+
+# One probe of target i: prints "ok MS" or "fail REASON".
+probe() {
+    local i=$1 rc
+    case $T_KIND[i] in
+    dns) orv_dns_query $T_HOST[i] $QNAME $PROBE_TIMEOUT ;;
+    icmp) orv_ping $T_HOST[i] $PROBE_TIMEOUT ;;
+    tcp) orv_tcp $T_HOST[i] $T_PORT[i] $PROBE_TIMEOUT ;;
+    esac
+    rc=$?
+    if (( rc == 0 )) && [[ $REPLY == [0-9.]## ]]; then
+        print -r -- "ok $REPLY"
+    elif (( rc == 124 )); then
+        print -r -- "fail no answer within $(printf %g $PROBE_TIMEOUT)s"
+    elif [[ $T_KIND[i] == tcp ]]; then
+        print -r -- "fail connection refused or unreachable"
+    else
+        print -r -- "fail ${${REPLY:-no answer}//[$'\n\t']/ }"
+    fi
+}
+
+# --- The probing loop
+typeset -F START=$EPOCHREALTIME
+typeset -F END_AT=0
+(( INDEFINITE )) || END_AT=$(( START + MINUTES * MINUTE ))
+typeset -F NEXT_MINUTE=$(( START + MINUTE ))
+typeset -i ROUND=0 MINUTE_NO=0
+typeset -ga M_SENT M_OK M_SUM
+(( ${#T_LABEL} )) || note "nothing can be probed: every target is missing a tool or an address"
+orv_step "Probing ${#T_LABEL} target(s); stop with Cancel (SIGTERM) or Ctrl-C at any time"
+
+while (( ! STOP )); do
+    typeset -F round_start=$EPOCHREALTIME
+    (( END_AT > 0 && round_start >= END_AT )) && { STOP_REASON="the chosen duration ended"; break }
+    (( ROUND++ ))
+    for (( i = 1; i <= ${#T_LABEL}; i++ )); do
+        probe $i > $WORK/r.$i 2>/dev/null &
+    done
+    wait
+    (( STOP )) && break
+    typeset -i t_now=${round_start%.*}
+    for (( i = 1; i <= ${#T_LABEL}; i++ )); do
+        res=$(<$WORK/r.$i)
+        [[ -n $res ]] || res="fail no result"
+        (( M_SENT[i]++ ))
+        if [[ $res == ok\ * ]]; then
+            ms=${res#ok }
+            print -r -- "$round_start $ms" >> $WORK/s.$i
+            (( M_OK[i]++, M_SUM[i] += ms ))
+            if [[ $T_STATE[i] == down ]]; then
+                orv_say "UP    $T_LABEL[i]: answering again ($ms ms) after $(( t_now - T_SINCE[i] )) s, $T_LOSTRUN[i] probe(s) lost"
+            elif [[ $T_STATE[i] == new ]]; then
+                orv_say "UP    $T_LABEL[i]: $ms ms"
+            fi
+            T_STATE[i]=up; T_LOSTRUN[i]=0
+        else
+            why=${res#fail }
+            print -r -- "$round_start - $why" >> $WORK/s.$i
+            (( T_LOSTRUN[i]++ ))
+            if [[ $T_STATE[i] != down ]]; then
+                orv_say "DOWN  $T_LABEL[i]: $why"
+                T_STATE[i]=down; T_SINCE[i]=$t_now
+            fi
+        fi
+    done
+    if (( EPOCHREALTIME >= NEXT_MINUTE )); then
+        (( MINUTE_NO++ ))
+        line=""
+        for (( i = 1; i <= ${#T_LABEL}; i++ )); do
+            avg="-"; (( M_OK[i] )) && avg="$(printf '%.1f' $(( M_SUM[i] / M_OK[i] ))) ms"
+            line+="${line:+ | }$T_LABEL[i] ${M_OK[i]:-0}/${M_SENT[i]:-0} ok, avg $avg"
+            M_SENT[i]=0; M_OK[i]=0; M_SUM[i]=0
+        done
+        orv_say "minute $MINUTE_NO: ${line:-no targets}"
+        NEXT_MINUTE=$(( NEXT_MINUTE + MINUTE ))
+        (( HAVE_RELAY )) || find_relay
+    fi
+    typeset -F rest=$(( round_start + INTERVAL - EPOCHREALTIME ))
+    if (( rest > 0 && ! STOP )); then
+        orv_sleep $rest &
+        wait
+    fi
+done
+[[ -n $STOP_REASON ]] || STOP_REASON="stopped"
+orv_kill_jobs
+typeset -F STOPPED_AT=$EPOCHREALTIME
+orv_say "Probing ended ($STOP_REASON) after $ROUND round(s)"
+
+# --- Analysis
+orv_step "Analysing ${ROUND} round(s)"
+typeset -ga OUTAGES   # "start end target lost", times as epoch seconds with fractions
+typeset -gA ROLE_OF_OUT
+fmt_clock() { strftime %H:%M:%S ${1%.*} }
+fmt_dur() { local s=$(( int($1 + 0.5) )); if (( s >= 3600 )); then print -rn -- "$((s/3600)) h $((s%3600/60)) min"; elif (( s >= 60 )); then print -rn -- "$((s/60)) min $((s%60)) s"; else print -rn -- "$s s"; fi }
+percentile() { # percentile P VALUES... (sorted ascending): nearest rank
+    local p=$1; shift
+    (( $# )) || { REPLY="-"; return }
+    local -i k=$(( int(ceil(p / 100.0 * $#)) )); (( k < 1 )) && k=1
+    REPLY=${@[k]}
+}
+orv_section "Targets"
+orv_table "" "Target" "Probe" "Sent" "Lost" "Loss" "Min" "Median" "95th" "Max"
+typeset -gi ANY_LOSS=0
+for (( i = 1; i <= ${#T_LABEL}; i++ )); do
+    local_lines=(${(f)"$(<$WORK/s.$i)"})
+    lats=() ; typeset -i sent=0 lost=0
+    typeset -F o_start=0 o_last=0 t
+    typeset -i o_lost=0
+    for l in $local_lines; do
+        t=${l%% *}; v=${${l#* }%% *}
+        (( sent++ ))
+        if [[ $v == - ]]; then
+            (( lost++ ))
+            (( o_lost == 0 )) && o_start=$t
+            (( o_lost++ )); o_last=$t
+        else
+            lats+=($v)
+            if (( o_lost )); then OUTAGES+=("$o_start $t $i $o_lost"); o_lost=0; fi
+        fi
+    done
+    (( o_lost )) && OUTAGES+=("$o_start $(( o_last + INTERVAL )) $i $o_lost")
+    lats=(${(on)lats})
+    percentile 0 $lats; mn=$REPLY; percentile 50 $lats; md=$REPLY; percentile 95 $lats; p95=$REPLY; percentile 100 $lats; mx=$REPLY
+    T_P95[i]=$p95
+    loss="-"; (( sent )) && loss="$(printf '%.1f' $(( 100.0 * lost / sent )))%"
+    st=OK; (( lost )) && { st=WARN; ANY_LOSS=1 }; (( sent && lost == sent )) && st=FAIL; (( sent )) || st=SKIP
+    u() { [[ $1 == - ]] && print -rn -- - || print -rn -- "$1 ms" }
+    orv_row $st "$T_LABEL[i]" "${T_KIND[i]/icmp/ping} ${T_HOST[i]}${T_PORT[i]:+:$T_PORT[i]}" $sent $lost $loss "$(u $mn)" "$(u $md)" "$(u $p95)" "$(u $mx)"
+done
+(( ${#T_LABEL} )) || orv_row SKIP "no targets" "" "" "" "" "" "" "" ""
+orv_table_end
+for n in $NOTES; do orv_para note "Note: $n"; done
+
+# Outages: a run of consecutive lost probes of one target; runs of a single probe count as loss, not outage.
+typeset -ga CLUSTERS   # "start end targets(comma ids)"
+typeset -a big=()
+for o in $OUTAGES; do
+    parts=(${=o}); (( parts[4] >= 2 )) && big+=($o)
+done
+big=(${(on)big})
+typeset -F c_start=0 c_end=0
+c_ids=""
+for o in $big; do
+    parts=(${=o})
+    if [[ -n $c_ids ]] && (( parts[1] <= c_end + 1.5 * INTERVAL )); then
+        (( parts[2] > c_end )) && c_end=$parts[2]
+        [[ ,$c_ids, == *,$parts[3],* ]] || c_ids+=",$parts[3]"
+    else
+        [[ -n $c_ids ]] && CLUSTERS+=("$c_start $c_end $c_ids")
+        c_start=$parts[1]; c_end=$parts[2]; c_ids=$parts[3]
+    fi
+done
+[[ -n $c_ids ]] && CLUSTERS+=("$c_start $c_end $c_ids")
+
+# Which side of the path failed, from the roles that were down together.
+side_of() { # side_of IDS(comma separated): REPLY is the side
+    local -a ids=(${(s:,:)1}) roles_down
+    local i
+    for i in $ids; do roles_down+=($T_ROLE[i]); done
+    roles_down=(${(u)roles_down})
+    has() { (( ${roles_down[(Ie)$1]} )) }
+    probed() { (( ${T_ROLE[(Ie)$1]} )) }
+    local unreachable=0
+    for i in $ids; do [[ $T_ROLE[i] == gateway ]] && grep -qiE 'unreachable|no route|sendto' $WORK/s.$i && unreachable=1; done
+    if has gateway && (( unreachable )); then REPLY="this computer's network (no link or no route: Wi-Fi or Ethernet)"
+    elif has gateway && { ! probed dns || has dns } && { ! probed frontend || has frontend }; then REPLY="the local gateway (router or Wi-Fi access point) or the link to it"
+    elif has gateway; then REPLY="the gateway stopped answering pings while traffic still passed (routers often drop pings when busy)"
+    elif has dns && { has frontend || ! probed frontend }; then REPLY="the internet beyond the local gateway (your provider)"
+    elif has frontend || has relay; then REPLY="the Orvanta service (${(j: and :)${${(@M)roles_down:#(frontend|relay)}/frontend/front end}})"
+    elif has dns; then REPLY="public DNS resolvers only (they may be filtered on this network)"
+    else REPLY="undetermined"
+    fi
+}
+orv_section "Outages"
+typeset -gA SIDE_TIME
+if (( ${#CLUSTERS} )); then
+    orv_table "" "From" "To" "Duration" "Targets down" "Likely failed side"
+    for c in $CLUSTERS; do
+        parts=(${=c}); ids=(${(s:,:)parts[3]})
+        side_of $parts[3]
+        (( SIDE_TIME[$REPLY] += parts[2] - parts[1] ))
+        labels=(); for i in $ids; do labels+=($T_LABEL[i]); done
+        orv_row FAIL "$(fmt_clock $parts[1])" "$(fmt_clock $parts[2])" "$(fmt_dur $(( parts[2] - parts[1] )))" "${(j:, :)labels}" "$REPLY"
+    done
+    orv_table_end
+else
+    orv_para "" "No outages: no target lost two or more probes in a row."
+fi
+
+# --- Timeline: one lane per target, latency as a line on the lane's own scale, lost probes in red.
+typeset -F span=$(( STOPPED_AT - START )); (( span < INTERVAL )) && span=$INTERVAL
+integer W=960 LX=190 PW=740 LH=44 GAP=12 TOP=24
+integer H=$(( TOP + ${#T_LABEL} * (LH + GAP) + 24 ))
+svg=("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"$W\" height=\"$H\" viewBox=\"0 0 $W $H\" font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">")
+for f in 0 0.25 0.5 0.75 1; do
+    x=$(( LX + int(f * PW) ))
+    svg+=("<line x1=\"$x\" y1=\"$TOP\" x2=\"$x\" y2=\"$(( H - 20 ))\" stroke=\"#e3e7ee\"/>")
+    anchor=middle; (( f == 0 )) && anchor=start; (( f == 1 )) && anchor=end
+    svg+=("<text x=\"$x\" y=\"$(( H - 6 ))\" text-anchor=\"$anchor\" fill=\"#667085\">$(fmt_clock $(( START + f * span )))</text>")
+done
+for (( i = 1; i <= ${#T_LABEL}; i++ )); do
+    y0=$(( TOP + (i - 1) * (LH + GAP) ))
+    orv_esc "$T_LABEL[i]"
+    svg+=("<text x=\"4\" y=\"$(( y0 + LH / 2 + 4 ))\" fill=\"#1d2433\">$REPLY</text>")
+    svg+=("<rect x=\"$LX\" y=\"$y0\" width=\"$PW\" height=\"$LH\" fill=\"#f7f9fc\" stroke=\"#e3e7ee\"/>")
+    scale=${T_P95[i]:--}; [[ $scale == - ]] && scale=1
+    (( scale = scale * 1.25, scale < 1 ? (scale = 1) : 0 ))
+    svg+=("<text x=\"$(( LX + PW + 4 ))\" y=\"$(( y0 + 10 ))\" fill=\"#667085\">$(printf '%.0f' $scale) ms</text>")
+    # Buckets of about two pixels: the highest latency of each, and whether any probe in it was lost.
+    integer NB=$(( PW / 2 ))
+    typeset -a bmax=() blost=()
+    for l in ${(f)"$(<$WORK/s.$i)"}; do
+        t=${l%% *}; v=${${l#* }%% *}
+        integer b=$(( int((t - START) / span * NB) + 1 )); (( b > NB )) && b=NB
+        if [[ $v == - ]]; then blost[b]=1
+        elif [[ -z $bmax[b] ]] || (( v > bmax[b] )); then bmax[b]=$v
+        fi
+    done
+    # A lost probe covers its whole interval, so an outage shows as one red band; the line breaks only there.
+    typeset -F lw=$(( PW / (NB * 1.0) )) pw=$(( INTERVAL / span * PW ))
+    (( pw > lw )) && lw=$pw
+    pts=""
+    for (( b = 1; b <= NB; b++ )); do
+        x=$(( LX + (b - 0.5) * PW / NB ))
+        if [[ -n $blost[b] ]]; then
+            typeset -F rx=$(( LX + (b - 1) * PW / (NB * 1.0) )) rw=$lw
+            (( rx + rw > LX + PW )) && rw=$(( LX + PW - rx ))
+            svg+=("<rect x=\"$(printf '%.1f' $rx)\" y=\"$y0\" width=\"$(printf '%.1f' $rw)\" height=\"$LH\" fill=\"#c62828\"/>")
+            [[ -n $pts ]] && svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
+            pts=""
+        elif [[ -n $bmax[b] ]]; then
+            v=$bmax[b]; (( v > scale )) && v=$scale
+            pts+="$(printf '%.1f,%.1f ' $x $(( y0 + LH - 2 - v / scale * (LH - 4) )))"
+        fi
+    done
+    [[ -n $pts ]] && svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
+done
+svg+=("</svg>")
+orv_section "Timeline"
+orv_para note "Blue: latency on each target's own scale (top of the lane = the value at the right). Red: lost probes."
+orv_raw ${(j::)svg}
+
+# --- Verdict and report
+if (( ${#CLUSTERS} )); then
+    worst=""; typeset -F worst_t=-1
+    for s in ${(k)SIDE_TIME}; do (( SIDE_TIME[$s] > worst_t )) && { worst=$s; worst_t=$SIDE_TIME[$s] }; done
+    vclass=fail; vtitle="${#CLUSTERS} outage(s) seen; most downtime points at $worst"
+elif (( NO_GATEWAY )); then
+    vclass=fail; vtitle="No default gateway: this computer was not connected to a network"
+elif (( ${#T_LABEL} == 0 )); then
+    vclass=warn; vtitle="Nothing could be probed"
+elif (( ANY_LOSS )); then
+    vclass=warn; vtitle="No outages; a few single probes were lost"
+else
+    vclass=ok; vtitle="No outages: every target answered every probe"
+fi
+vlines=("Monitored from $(fmt_clock $START) to $(fmt_clock $STOPPED_AT) ($(fmt_dur $(( STOPPED_AT - START ))), $ROUND rounds every $(printf %g $INTERVAL)s); $STOP_REASON.")
+for c in $CLUSTERS; do
+    parts=(${=c}); side_of $parts[3]
+    vlines+=("$(fmt_clock $parts[1])–$(fmt_clock $parts[2]) ($(fmt_dur $(( parts[2] - parts[1] )))): $REPLY")
+done
+[[ -n $RELAY_RECORDED ]] && ORV_HEAD_EXTRA+=("<meta name=\"orvanta-relay\" content=\"$(orv_esc $RELAY_RECORDED; print -rn -- $REPLY)\" />")
+orv_step "Writing the report"
+orv_write_report OrvantaNetMonitor_ "Network Monitor" $vclass "$vtitle" $vlines || exit 1
+orv_say "   Done: $vtitle"
+orv_finish $REPLY $(( ${#CLUSTERS} || NO_GATEWAY ? 1 : 0 ))
