@@ -2,6 +2,7 @@
 #include "platform/SimulatedDesktop.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
@@ -30,13 +31,15 @@ public:
         QVERIFY(file.flush()); // a later flush would move the date again
         QVERIFY(file.setFileTime(modified, QFileDevice::FileModificationTime));
     }
-    // The order in which the folder lists its entries, which breaks ties.
+    // The order in which the file system lists the folder's entries, which breaks ties.
     QStringList listingOrder(const QStringList& among) const {
         QStringList order;
-        for (const QString& name :
-             QDir(m_dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::NoSort))
-            if (among.contains(name))
-                order << name;
+        QDirIterator entries(m_dir.path(), QDir::AllEntries | QDir::NoDotAndDotDot);
+        while (entries.hasNext()) {
+            entries.next();
+            if (among.contains(entries.fileName()))
+                order << entries.fileName();
+        }
         return order;
     }
 

@@ -3,6 +3,7 @@
 #include "platform/Platform.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFileInfo>
 
 #include <algorithm>
@@ -11,13 +12,23 @@ namespace orvanta {
 
 namespace {
 
-// The folder's immediate entries, unsorted, hidden ones skipped; of any kind, so a folder named like a
-// report counts as one. None when the folder cannot be listed.
-std::optional<QStringList> listFolder(const QUrl& folder) {
-    const QDir dir(folder.toLocalFile());
-    if (!dir.exists())
+// The names of the folder's immediate entries that pass `keep`, in listing order, hidden ones skipped; of
+// any kind, so a folder named like a report counts as one. None when the folder cannot be listed. Names
+// are tested before anything else is read, so a crowded folder costs little more than its listing.
+template <typename Keep> std::optional<QStringList> listFolder(const QUrl& folder, Keep keep) {
+    const QString path = folder.toLocalFile();
+    if (!QFileInfo(path).isDir())
         return std::nullopt;
-    return dir.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::NoSort);
+    QStringList names;
+    QDirIterator entries(path, QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot);
+    while (entries.hasNext()) {
+        entries.next();
+        const QString name = entries.fileName();
+        // Hidden means more than a leading dot on some systems, so ask for the few names that pass.
+        if (keep(name) && !entries.fileInfo().isHidden())
+            names.append(name);
+    }
+    return names;
 }
 
 bool hasHtmlExtension(const QString& fileName) {
@@ -60,15 +71,14 @@ QDateTime ReportCatalog::reportModificationDate(const QUrl& fileUrl) {
 }
 
 std::optional<QUrl> ReportCatalog::latestReport(ScriptCatalog script, const QUrl& folder) {
-    const std::optional<QStringList> names = listFolder(folder);
+    const QString prefix = script.reportPrefix();
+    const std::optional<QStringList> names = listFolder(
+        folder, [&](const QString& name) { return name.startsWith(prefix) && hasHtmlExtension(name); });
     if (!names)
         return std::nullopt;
-    const QString prefix = script.reportPrefix();
     std::optional<QUrl> choice;
     QDateTime choiceDate;
     for (const QString& name : *names) {
-        if (!name.startsWith(prefix) || !hasHtmlExtension(name))
-            continue;
         const QUrl url = entryUrl(folder, name);
         const QDateTime date = reportModificationDate(url);
         if (!choice || date > choiceDate) {
@@ -80,20 +90,19 @@ std::optional<QUrl> ReportCatalog::latestReport(ScriptCatalog script, const QUrl
 }
 
 QList<QUrl> ReportCatalog::recentReportURLs(const QUrl& folder, qsizetype limit) {
-    const std::optional<QStringList> names = listFolder(folder);
-    if (!names || limit <= 0)
+    if (limit <= 0)
+        return {};
+    const std::optional<QStringList> names = listFolder(folder, isReportName);
+    if (!names)
         return {};
     struct Dated {
         QUrl url;
         QDateTime date;
     };
-    // Names are tested before any date is read, so a crowded folder costs one read per report only.
     QList<Dated> reports;
     for (const QString& name : *names) {
-        if (isReportName(name)) {
-            const QUrl url = entryUrl(folder, name);
-            reports.append({url, reportModificationDate(url)});
-        }
+        const QUrl url = entryUrl(folder, name);
+        reports.append({url, reportModificationDate(url)});
     }
     std::stable_sort(reports.begin(), reports.end(),
                      [](const Dated& a, const Dated& b) { return a.date > b.date; });
