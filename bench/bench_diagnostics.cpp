@@ -1,0 +1,133 @@
+// The diagnostics' two hot paths: a script flooding the runner with output, and listing the reports on a
+// crowded Desktop.
+
+#include "diagnostics/ReportCatalog.h"
+#include "diagnostics/ScriptRunner.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <benchmark/benchmark.h>
+
+#include <memory>
+
+using namespace orvanta;
+
+namespace {
+
+constexpr qint64 floodBytes = 50 * 1024 * 1024;
+
+// A script that copies a prepared 50 MB text file to its output as fast as the pipe takes it.
+struct Flood {
+    QTemporaryDir dir;
+    Flood() {
+        QFile text(dir.filePath("flood.txt"));
+        text.open(QIODevice::WriteOnly);
+        const QByteArray line = QByteArray(99, 'x') + '\n';
+        QByteArray block;
+        for (int i = 0; i < 10'000; ++i)
+            block += line;
+        for (qint64 written = 0; written < floodBytes; written += block.size())
+            text.write(block.left(std::min<qint64>(block.size(), floodBytes - written)));
+        text.close();
+        QFile script(dir.filePath(ScriptCatalog(ScriptCatalog::traceRoute).fileName()));
+        script.open(QIODevice::WriteOnly);
+        script.write("exec cat \"$1\"\n");
+        script.close();
+        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+};
+
+void BM_runnerFlood50MB(benchmark::State& state) {
+    static Flood flood;
+    double firstTenthNs = 0, lastTenthNs = 0, chunks = 0;
+    for (auto _ : state) {
+        ScriptRunner runner(flood.dir.path());
+        QList<qint64> stamps;
+        stamps.reserve(100'000);
+        QElapsedTimer clock;
+        QObject::connect(&runner, &ScriptRunner::logAppended, [&] { stamps << clock.nsecsElapsed(); });
+        QEventLoop loop;
+        QObject::connect(&runner, &ScriptRunner::stateChanged, &loop, [&] {
+            if (!runner.isRunning())
+                loop.quit();
+        });
+        clock.start();
+        runner.run(ScriptCatalog::traceRoute, {flood.dir.filePath("flood.txt")});
+        loop.exec();
+        if (runner.logBuffer().size() != floodBytes)
+            state.SkipWithError("output incomplete");
+        // With the producer always ahead, the gap between two appends is the cost of taking one chunk.
+        const qsizetype tenth = stamps.size() / 10;
+        if (tenth > 1) {
+            firstTenthNs = double(stamps[tenth] - stamps[1]) / double(tenth - 1);
+            lastTenthNs = double(stamps.last() - stamps[stamps.size() - 1 - tenth]) / double(tenth);
+        }
+        chunks = double(stamps.size());
+    }
+    state.SetBytesProcessed(state.iterations() * floodBytes);
+    state.counters["chunks"] = chunks;
+    state.counters["ns_per_chunk_first_10pct"] = firstTenthNs;
+    state.counters["ns_per_chunk_last_10pct"] = lastTenthNs;
+}
+BENCHMARK(BM_runnerFlood50MB)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+
+// The decode-and-append step alone, with a buffer already holding `range(0)` MB.
+void BM_appendChunkToFilledBuffer(benchmark::State& state) {
+    const QByteArray chunk = (QByteArray(63, 'y') + '\n').repeated(1024); // 64 KiB
+    QString buffer(qsizetype(state.range(0)) * 1024 * 1024, QLatin1Char('x'));
+    OutputDecoder decoder;
+    for (auto _ : state) {
+        buffer.append(*decoder.decode(chunk));
+        state.PauseTiming();
+        buffer.truncate(buffer.size() - chunk.size());
+        state.ResumeTiming();
+    }
+    state.SetBytesProcessed(state.iterations() * chunk.size());
+}
+BENCHMARK(BM_appendChunkToFilledBuffer)->Arg(0)->Arg(16)->Arg(64);
+
+void BM_recentReportURLs(benchmark::State& state) {
+    static QTemporaryDir desktop;
+    static const bool filled = [] {
+        for (int i = 0; i < 10'000; ++i) {
+            QFile other(
+                desktop.filePath(QStringLiteral("document %1.%2").arg(i).arg(i % 2 ? "html" : "txt")));
+            other.open(QIODevice::WriteOnly);
+        }
+        for (int i = 0; i < 25; ++i) {
+            const ScriptCatalog script = ScriptCatalog::allCases()[i % 3];
+            QFile report(desktop.filePath(script.reportPrefix() + QString::number(i) + ".html"));
+            report.open(QIODevice::WriteOnly);
+            report.write("<html></html>");
+            report.flush();
+            report.setFileTime(QDateTime::currentDateTimeUtc().addSecs(-60 * i),
+                               QFileDevice::FileModificationTime);
+        }
+        return true;
+    }();
+    benchmark::DoNotOptimize(filled);
+    const QUrl folder = QUrl::fromLocalFile(desktop.path());
+    for (auto _ : state) {
+        const QList<QUrl> urls = ReportCatalog::recentReportURLs(folder, recentReportLimit);
+        if (urls.size() != recentReportLimit)
+            state.SkipWithError("wrong count");
+        benchmark::DoNotOptimize(urls);
+    }
+    state.SetLabel("10,000 other files and 25 reports");
+}
+BENCHMARK(BM_recentReportURLs)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

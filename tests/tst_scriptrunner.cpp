@@ -1,0 +1,393 @@
+#include "diagnostics/ScriptRunner.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cerrno>
+#include <csignal>
+#include <memory>
+
+using namespace orvanta;
+using Kind = ScriptRunner::RunState::Kind;
+
+namespace {
+
+constexpr int timeoutMs = 15000;
+
+// Waits, without blocking on a process, until the file `name` appears in the folder given as $1.
+const QByteArray waitForFile = R"(
+zmodload zsh/zselect
+waitfor() { while [[ ! -e $dir/$1 ]]; do zselect -t 1; done; return 0 }
+dir=$1
+)";
+
+// A script body that prints `before` and then idles on a builtin, so no grandchild outlives it.
+QByteArray idleAfter(const QByteArray& before) {
+    return "zmodload zsh/zselect\nprint -rn -- '" + before + "'\nwhile :; do zselect -t 5; done\n";
+}
+
+class ScriptFolder {
+public:
+    ScriptFolder() { QVERIFY(m_dir.isValid()); }
+    QString path() const { return m_dir.path(); }
+    QString scriptPath(ScriptCatalog script) const { return m_dir.filePath(script.fileName()); }
+
+    void write(ScriptCatalog script, const QByteArray& body, bool executable = true) const {
+        QFile file(scriptPath(script));
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(body);
+        file.close();
+        QFile::Permissions permissions = QFile::ReadOwner | QFile::WriteOwner;
+        if (executable)
+            permissions |= QFile::ExeOwner;
+        QVERIFY(file.setPermissions(permissions));
+    }
+    void touch(const QString& name) const {
+        QFile file(m_dir.filePath(name));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+    }
+
+private:
+    QTemporaryDir m_dir;
+};
+
+bool waitForEnd(const ScriptRunner& runner) {
+    return QTest::qWaitFor([&] { return runner.state().kind() != Kind::running; }, timeoutMs);
+}
+
+QString description(const ScriptRunner::RunState& state) {
+    return state.error() ? ScriptRunner::errorDescription(*state.error()) : QString();
+}
+
+// Restores an environment variable of this process when the test ends.
+class EnvironmentGuard {
+public:
+    explicit EnvironmentGuard(const char* name) : m_name(name), m_had(qEnvironmentVariableIsSet(name)) {
+        m_value = qgetenv(name);
+    }
+    ~EnvironmentGuard() {
+        if (m_had)
+            qputenv(m_name, m_value);
+        else
+            qunsetenv(m_name);
+    }
+
+private:
+    const char* m_name;
+    bool m_had;
+    QByteArray m_value;
+};
+
+} // namespace
+
+class ScriptRunnerTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void decoderKeepsSplitCharactersAndDropsBadReads();
+    void newRunnerIsIdleAndCancelDoesNothing();
+    void runsZshWithSeparateArgumentsInHome();
+    void chunksAppendWithNothingBetween();
+    void splitCharacterKeptAndInvalidChunksDropped();
+    void nonZeroExitIsCompleted();
+    void cancelEndsWithSignalOrTrappedStatus_data();
+    void cancelEndsWithSignalOrTrappedStatus();
+    void refusedStartsKeepPreviousOutput();
+    void startWhileChildLivesIsRefused();
+    void launchErrorFollowsRunning();
+    void childEnvironmentRules();
+    void childSeesEnvironment();
+    void destructionLeavesNoChild();
+};
+
+void ScriptRunnerTest::decoderKeepsSplitCharactersAndDropsBadReads() {
+    OutputDecoder decoder;
+    // U+1F600 split over three reads.
+    QCOMPARE(decoder.decode("a\xF0\x9F"), QStringLiteral("a"));
+    QCOMPARE(decoder.decode("\x98"), QString(""));
+    QCOMPARE(decoder.decode("\x80z"), QString::fromUtf8("\xF0\x9F\x98\x80z"));
+    // Bad reads give nothing and do not spoil the reads after them.
+    QCOMPARE(decoder.decode("ok\xFFok"), std::nullopt);
+    QCOMPARE(decoder.decode("fine"), QStringLiteral("fine"));
+    QCOMPARE(decoder.decode("\x80starts inside"), std::nullopt);
+    QCOMPARE(decoder.decode("\xC3"), QString(""));
+    QCOMPARE(decoder.decode("A"), std::nullopt); // the held lead byte is not continued
+    QCOMPARE(decoder.decode("\xC3\xA9"), QString::fromUtf8("\xC3\xA9"));
+    QCOMPARE(decoder.decode("\xED\xA0\x80"), std::nullopt);                   // an encoded surrogate
+    QCOMPARE(decoder.decode("\xEF\xBB\xBFx"), QString(QChar(0xFEFF)) + u'x'); // the mark is kept
+}
+
+void ScriptRunnerTest::newRunnerIsIdleAndCancelDoesNothing() {
+    ScriptRunner runner(QStringLiteral("/nonexistent"));
+    QSignalSpy stateSpy(&runner, &ScriptRunner::stateChanged);
+    QCOMPARE(runner.state().kind(), Kind::idle);
+    QVERIFY(!runner.state().script());
+    QVERIFY(runner.logBuffer().isEmpty());
+    runner.cancel();
+    QCOMPARE(stateSpy.count(), 0);
+    QCOMPARE(runner.property("isRunning").toBool(), false);
+}
+
+void ScriptRunnerTest::runsZshWithSeparateArgumentsInHome() {
+    ScriptFolder folder;
+    folder.write(ScriptCatalog::networkMonitor,
+                 "for a in \"$@\"; do print -r -- \"<$a>\"; done\nprint -r -- \"$0\"\npwd\n");
+    ScriptRunner runner(folder.path());
+    runner.run(ScriptCatalog::networkMonitor,
+               argumentsFor(ScriptCatalog::networkMonitor, MonitorDuration::fifteenMin));
+    QVERIFY(waitForEnd(runner));
+    const QString scriptPath = folder.scriptPath(ScriptCatalog::networkMonitor);
+    QCOMPARE(runner.logBuffer(),
+             "<--duration>\n<15>\n" + scriptPath + "\n" + ScriptRunner::homeFolder() + "\n");
+
+    // Arguments reach the script verbatim, one argv entry each, never through a shell line.
+    runner.run(ScriptCatalog::networkMonitor, {"two words", "$HOME;`id`", QString()});
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(runner.logBuffer(),
+             "<two words>\n<$HOME;`id`>\n<>\n" + scriptPath + "\n" + ScriptRunner::homeFolder() + "\n");
+
+    runner.run(ScriptCatalog::networkMonitor,
+               argumentsFor(ScriptCatalog::networkMonitor, MonitorDuration::oneHour));
+    QVERIFY(waitForEnd(runner));
+    QVERIFY(runner.logBuffer().startsWith(scriptPath + "\n"));
+}
+
+void ScriptRunnerTest::chunksAppendWithNothingBetween() {
+    ScriptFolder folder;
+    folder.write(ScriptCatalog::traceRoute, waitForFile + "print -rn abc\nwaitfor go\nprint -rn def\n");
+    ScriptRunner runner(folder.path());
+    QSignalSpy appended(&runner, &ScriptRunner::logAppended);
+    runner.run(ScriptCatalog::traceRoute, {folder.path()});
+    QTRY_COMPARE_WITH_TIMEOUT(runner.logBuffer(), QStringLiteral("abc"), timeoutMs);
+    QCOMPARE(runner.state().kind(), Kind::running);
+    folder.touch("go");
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(runner.logBuffer(), QStringLiteral("abcdef"));
+    QCOMPARE(appended.count(), 2);
+    QCOMPARE(appended.at(1).at(0).toString(), QStringLiteral("def"));
+}
+
+void ScriptRunnerTest::splitCharacterKeptAndInvalidChunksDropped() {
+    // Each write waits until the runner has taken the previous one, so every write is one read.
+    const QList<QByteArray> chunks{"a\xE2\x82", "\xAC|", "x\xFFy", "\x82z", "ok\xC3", "\xA9!"};
+    QByteArray body = waitForFile;
+    for (qsizetype i = 0; i < chunks.size(); ++i) {
+        QByteArray escaped;
+        for (char c : chunks[i])
+            escaped += "\\x" + QByteArray::number(static_cast<uchar>(c), 16);
+        body += "print -rn -- $'" + escaped + "'\nwaitfor go" + QByteArray::number(i) + "\n";
+    }
+    ScriptFolder folder;
+    folder.write(ScriptCatalog::connectorReach, body);
+    ScriptRunner runner(folder.path());
+    runner.run(ScriptCatalog::connectorReach, {folder.path()});
+    auto* process = runner.findChild<QProcess*>();
+    QVERIFY(process);
+    QSignalSpy reads(process, &QProcess::readyReadStandardOutput);
+    for (qsizetype i = 0; i < chunks.size(); ++i) {
+        QTRY_COMPARE_WITH_TIMEOUT(reads.count(), int(i + 1), timeoutMs);
+        folder.touch("go" + QString::number(i));
+    }
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(runner.state().exitCode(), 0);
+    QCOMPARE(runner.logBuffer(), QString::fromUtf8("a\xE2\x82\xAC|ok\xC3\xA9!"));
+}
+
+void ScriptRunnerTest::nonZeroExitIsCompleted() {
+    ScriptFolder folder;
+    folder.write(ScriptCatalog::connectorReach, "print out\nprint -u2 err\nexit 2\n");
+    ScriptRunner runner(folder.path());
+    QList<Kind> kinds;
+    connect(&runner, &ScriptRunner::stateChanged, this, [&] { kinds << runner.state().kind(); });
+    runner.run(ScriptCatalog::connectorReach, {});
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(kinds, (QList<Kind>{Kind::running, Kind::completed}));
+    QCOMPARE(runner.state().exitCode(), 2);
+    QCOMPARE(runner.state().script(), ScriptCatalog::connectorReach);
+    QVERIFY(!runner.state().error());
+    QCOMPARE(runner.logBuffer(), QStringLiteral("out\nerr\n"));
+    QVERIFY(!runner.hasChild());
+}
+
+void ScriptRunnerTest::cancelEndsWithSignalOrTrappedStatus_data() {
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("output");
+    QTest::newRow("dies of the signal") << idleAfter("before") << 15 << "before";
+    QTest::newRow("traps it") << "trap 'print -rn -- \" trapped\"; exit 3' TERM\n" + idleAfter("before") << 3
+                              << "before trapped";
+}
+
+void ScriptRunnerTest::cancelEndsWithSignalOrTrappedStatus() {
+    QFETCH(QByteArray, body);
+    QFETCH(int, exitCode);
+    QFETCH(QString, output);
+    ScriptFolder folder;
+    folder.write(ScriptCatalog::networkMonitor, body);
+    ScriptRunner runner(folder.path());
+    runner.run(ScriptCatalog::networkMonitor,
+               argumentsFor(ScriptCatalog::networkMonitor, MonitorDuration::untilStopped));
+    QTRY_COMPARE_WITH_TIMEOUT(runner.logBuffer(), QStringLiteral("before"), timeoutMs);
+    runner.cancel();
+    QCOMPARE(runner.state().kind(), Kind::running);
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(runner.state().kind(), Kind::completed);
+    QCOMPARE(runner.state().script(), ScriptCatalog::networkMonitor);
+    QCOMPARE(runner.state().exitCode(), exitCode);
+    QCOMPARE(runner.logBuffer(), output);
+    runner.cancel(); // no child any more
+    QCOMPARE(runner.state().kind(), Kind::completed);
+}
+
+void ScriptRunnerTest::refusedStartsKeepPreviousOutput() {
+    ScriptFolder folder;
+    folder.write(ScriptCatalog::traceRoute, "print -rn first\n");
+    ScriptRunner runner(folder.path());
+    runner.run(ScriptCatalog::traceRoute, {});
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(runner.logBuffer(), QStringLiteral("first"));
+
+    const QString expected = "Script not found at " + folder.scriptPath(ScriptCatalog::traceRoute);
+    QSignalSpy logSpy(&runner, &ScriptRunner::logBufferChanged);
+    folder.write(ScriptCatalog::traceRoute, "print -rn second\n", /*executable=*/false);
+    runner.run(ScriptCatalog::traceRoute, {});
+    QCOMPARE(runner.state().kind(), Kind::failed);
+    QCOMPARE(description(runner.state()), expected);
+
+    QVERIFY(QFile::remove(folder.scriptPath(ScriptCatalog::traceRoute)));
+    runner.run(ScriptCatalog::traceRoute, {});
+    QCOMPARE(runner.state().kind(), Kind::failed);
+    QCOMPARE(runner.state().script(), ScriptCatalog::traceRoute);
+    const auto* error = std::get_if<ScriptRunner::LaunchError>(&*runner.state().error());
+    QVERIFY(error);
+    QCOMPARE(error->kind(), ScriptRunner::LaunchError::Kind::scriptNotFound);
+    QCOMPARE(error->scriptUrl(), QUrl::fromLocalFile(folder.scriptPath(ScriptCatalog::traceRoute)));
+    QCOMPARE(description(runner.state()), expected);
+
+    QVERIFY(QDir(folder.path()).mkdir(ScriptCatalog(ScriptCatalog::traceRoute).fileName()));
+    runner.run(ScriptCatalog::traceRoute, {});
+    QCOMPARE(description(runner.state()), expected);
+
+    QCOMPARE(runner.logBuffer(), QStringLiteral("first"));
+    QCOMPARE(logSpy.count(), 0);
+    QVERIFY(!runner.hasChild());
+}
+
+void ScriptRunnerTest::startWhileChildLivesIsRefused() {
+    ScriptFolder folder;
+    folder.write(ScriptCatalog::networkMonitor, idleAfter("monitor"));
+    folder.write(ScriptCatalog::traceRoute, "print -rn trace\n");
+    ScriptRunner runner(folder.path());
+    runner.run(ScriptCatalog::networkMonitor, {});
+    QTRY_COMPARE_WITH_TIMEOUT(runner.logBuffer(), QStringLiteral("monitor"), timeoutMs);
+
+    runner.run(ScriptCatalog::traceRoute, {});
+    QCOMPARE(runner.state().kind(), Kind::failed);
+    QCOMPARE(runner.state().script(), ScriptCatalog::traceRoute);
+    QCOMPARE(description(runner.state()), QStringLiteral("A script is already running"));
+    // The state no longer says running, but the first child lives: a further start is refused too.
+    runner.run(ScriptCatalog::traceRoute, {});
+    QCOMPARE(description(runner.state()), QStringLiteral("A script is already running"));
+    QVERIFY(runner.hasChild());
+    QCOMPARE(runner.logBuffer(), QStringLiteral("monitor"));
+
+    runner.cancel();
+    QTRY_COMPARE_WITH_TIMEOUT(runner.state().kind(), Kind::completed, timeoutMs);
+    QCOMPARE(runner.state().script(), ScriptCatalog::networkMonitor);
+    QCOMPARE(runner.state().exitCode(), 15);
+
+    runner.run(ScriptCatalog::traceRoute, {});
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(runner.logBuffer(), QStringLiteral("trace"));
+}
+
+void ScriptRunnerTest::launchErrorFollowsRunning() {
+    ScriptFolder folder;
+    folder.write(ScriptCatalog::connectorReach, "print -rn never\n");
+    ScriptRunner runner(folder.path());
+    runner.run(ScriptCatalog::connectorReach, {}); // leaves output to be emptied
+    QVERIFY(waitForEnd(runner));
+    EnvironmentGuard home("HOME");
+    qputenv("HOME", QFile::encodeName(folder.path() + "/no-such-home"));
+    QList<Kind> kinds;
+    connect(&runner, &ScriptRunner::stateChanged, this, [&] { kinds << runner.state().kind(); });
+    runner.run(ScriptCatalog::connectorReach, {});
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(kinds, (QList<Kind>{Kind::running, Kind::failed}));
+    QVERIFY(std::holds_alternative<ScriptRunner::PlatformError>(*runner.state().error()));
+    QVERIFY(!description(runner.state()).isEmpty());
+    QVERIFY(runner.logBuffer().isEmpty());
+    QVERIFY(!runner.hasChild());
+}
+
+void ScriptRunnerTest::childEnvironmentRules() {
+    QProcessEnvironment bare;
+    bare.insert("LANG", "C.UTF-8");
+    bare.insert("TERM", "xterm-256color");
+    const QProcessEnvironment filled = ScriptRunner::childEnvironment(bare);
+    QCOMPARE(filled.value("PATH"), ScriptRunner::defaultSearchPath);
+    QCOMPARE(filled.value("TERM"), QStringLiteral("dumb"));
+    QCOMPARE(filled.value("LANG"), QStringLiteral("C.UTF-8"));
+    QCOMPARE(filled.value("HOME"), ScriptRunner::homeFolder());
+    QCOMPARE(filled.value("USER"), ScriptRunner::userName());
+    QVERIFY(!filled.value("USER").isEmpty());
+    QCOMPARE(filled.keys().size(), 5);
+
+    QProcessEnvironment given;
+    given.insert("PATH", "/usr/bin:/bin");
+    given.insert("HOME", "/Users/somebody");
+    given.insert("USER", QString()); // present though empty
+    const QProcessEnvironment kept = ScriptRunner::childEnvironment(given);
+    QCOMPARE(kept.value("PATH"), QStringLiteral("/usr/bin:/bin"));
+    QCOMPARE(kept.value("HOME"), QStringLiteral("/Users/somebody"));
+    QVERIFY(kept.contains("USER"));
+    QCOMPARE(kept.value("USER"), QString());
+    QCOMPARE(kept.value("TERM"), QStringLiteral("dumb"));
+
+    given.insert("PATH", QString());
+    QCOMPARE(ScriptRunner::childEnvironment(given).value("PATH", "absent"), QString());
+}
+
+void ScriptRunnerTest::childSeesEnvironment() {
+    ScriptFolder folder;
+    folder.write(ScriptCatalog::connectorReach, "print -rn -- \"$PATH|$TERM|${+USER}|${+HOME}\"\n");
+    ScriptRunner runner(folder.path());
+    EnvironmentGuard path("PATH");
+    EnvironmentGuard term("TERM");
+    qputenv("TERM", "xterm");
+
+    qunsetenv("PATH");
+    runner.run(ScriptCatalog::connectorReach, {});
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(runner.logBuffer(), ScriptRunner::defaultSearchPath + "|dumb|1|1");
+
+    qputenv("PATH", "/usr/bin:/bin");
+    runner.run(ScriptCatalog::connectorReach, {});
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(runner.logBuffer(), QStringLiteral("/usr/bin:/bin|dumb|1|1"));
+}
+
+void ScriptRunnerTest::destructionLeavesNoChild() {
+    ScriptFolder folder;
+    // One script ends on SIGTERM; the other ignores it and must be killed.
+    folder.write(ScriptCatalog::connectorReach, "print -rn -- $$\n" + idleAfter(""));
+    folder.write(ScriptCatalog::networkMonitor, "trap '' TERM\nprint -rn -- $$\n" + idleAfter(""));
+    for (ScriptCatalog script : {ScriptCatalog::connectorReach, ScriptCatalog::networkMonitor}) {
+        auto runner = std::make_unique<ScriptRunner>(folder.path());
+        runner->run(script, {});
+        QTRY_VERIFY_WITH_TIMEOUT(!runner->logBuffer().isEmpty(), timeoutMs);
+        bool ok = false;
+        const pid_t pid = runner->logBuffer().toInt(&ok);
+        QVERIFY(ok && pid > 0);
+        QCOMPARE(::kill(pid, 0), 0);
+        runner.reset();
+        // Gone and reaped: a zombie would still accept signal 0.
+        QCOMPARE(::kill(pid, 0), -1);
+        QCOMPARE(errno, ESRCH);
+    }
+}
+
+QTEST_GUILESS_MAIN(ScriptRunnerTest)
+#include "tst_scriptrunner.moc"
