@@ -1,5 +1,9 @@
+#include "app/CommandLine.h"
+
 #include <QCommandLineParser>
 #include <QCoreApplication>
+
+using namespace orvanta;
 
 int main(int argc, char* argv[]) {
     QCoreApplication app(argc, argv);
@@ -11,6 +15,22 @@ int main(int argc, char* argv[]) {
         QStringLiteral("Watches Windows App for remote-desktop sessions and runs network diagnostics."));
     parser.addHelpOption();
     parser.addVersionOption();
+    app::addOptions(parser);
     parser.process(app);
+    const app::CommandLineOptions options = app::readOptions(parser);
+
+    QString error;
+    const auto mode = options.detect ? app::PlatformHost::Mode::onePass : app::PlatformHost::Mode::running;
+    const std::unique_ptr<app::PlatformHost> host = app::PlatformHost::create(options, mode, &error);
+    if (!host) {
+        app::printErrorLines({error});
+        return 2;
+    }
+
+    if (options.detect) {
+        const app::DetectionReport report = app::runDetection(host->platform());
+        app::printLines(report.transcript + app::statusLines(report.status));
+        return 0;
+    }
     return 0;
 }
