@@ -1,6 +1,10 @@
 #include "CommandLine.h"
 
 #include "platform/WorldFile.h"
+#include "platform/desktop/SignalWake.h"
+#if !defined(Q_OS_MACOS) && !defined(Q_OS_WIN)
+#include "platform/desktop/LogindWake.h"
+#endif
 #include "session/SessionDetector.h"
 
 #include <QFile>
@@ -93,7 +97,16 @@ std::unique_ptr<PlatformHost> PlatformHost::create(const CommandLineOptions& opt
                         printErrorLines(
                             {QStringLiteral("simulated desktop: world reloaded from %1").arg(file)});
                     });
+            // Lets a test or a support engineer stand in for a wake from sleep: kill -USR1 <pid>.
+            auto* signalWake = new desktop::UserSignalWake(host.get());
+            connect(signalWake, &desktop::UserSignalWake::received, host->m_simulated.get(),
+                    &SimulatedDesktop::simulateWake);
         }
+#if !defined(Q_OS_MACOS) && !defined(Q_OS_WIN)
+        // On a Linux desktop the wake from sleep is real.
+        auto* logind = new desktop::LogindWake(host.get());
+        connect(logind, &desktop::LogindWake::woke, host->m_simulated.get(), &SimulatedDesktop::simulateWake);
+#endif
     }
     return host;
 }

@@ -1,4 +1,6 @@
 #include "app/CommandLine.h"
+#include "permissions/PermissionsService.h"
+#include "session/SessionMonitor.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -32,5 +34,15 @@ int main(int argc, char* argv[]) {
         app::printLines(report.transcript + app::statusLines(report.status));
         return 0;
     }
-    return 0;
+
+    // Until the menu-bar shell exists: the shared objects in start-up order, running without a window.
+    auto debugLog = std::make_shared<DebugLog>(2000, DebugLog::defaultPath());
+    if (options.verbose)
+        app::echoToStandardError(*debugLog);
+    SessionMonitor monitor(host->platform(), debugLog);
+    PermissionsService permissions(host->platform());
+    monitor.start();
+    permissions.start();
+    PermissionsService::requestAEAuthorization(*host->platform().appleEvents);
+    return app.exec();
 }
