@@ -3,10 +3,14 @@
 #include "session/SessionMonitor.h"
 
 #include <QElapsedTimer>
+#include <QProcess>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <thread>
+
+#include <csignal>
 
 using namespace orvanta;
 using namespace orvanta::platform;
@@ -56,6 +60,7 @@ private Q_SLOTS:
     void reorderedSessionsArePublished();
     void wakeAddsOnePassWithoutMovingTheRhythm();
     void releaseDuringPass();
+    void userSignalWakesTheSimulatedApplication();
 };
 
 void SessionMonitorTest::initialState() {
@@ -157,6 +162,36 @@ void SessionMonitorTest::releaseDuringPass() {
     const QStringList logged = log->snapshot();
     QVERIFY(!logged.isEmpty());
     QCOMPARE(logged.last(), QStringLiteral("Result: sessions count=1 named=1 unnamed=0"));
+}
+
+void SessionMonitorTest::userSignalWakesTheSimulatedApplication() {
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString world = dir.filePath(QStringLiteral("world.json"));
+    QFile file(world);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(R"({"now": "2025-03-04T09:15:27Z", "accessibilityTrusted": false})");
+    file.close();
+
+    QProcess app;
+    app.start(QStringLiteral(ORVANTA_APP_BINARY),
+              {QStringLiteral("--simulate"), world, QStringLiteral("--verbose")});
+    QVERIFY(app.waitForStarted(5000));
+    QByteArray output;
+    const auto headers = [&app, &output] {
+        output += app.readAllStandardError();
+        return output.count("=== Detection @ 2025-03-04 09:15:27 +0000 ===\nAX trust: NOT trusted\n");
+    };
+    QTRY_COMPARE_WITH_TIMEOUT(headers(), 1, 10000);
+    QElapsedTimer sinceSignal;
+    sinceSignal.start();
+    ::kill(static_cast<pid_t>(app.processId()), SIGUSR1);
+    // The wake pass comes about 3 s later, well before the 5 s tick.
+    QTRY_COMPARE_WITH_TIMEOUT(headers(), 2, 10000);
+    const qint64 delay = sinceSignal.elapsed();
+    app.terminate();
+    QVERIFY(app.waitForFinished(5000));
+    QVERIFY2(delay >= 2900 && delay < 4900, qPrintable(QString::number(delay)));
 }
 
 QTEST_GUILESS_MAIN(SessionMonitorTest)
