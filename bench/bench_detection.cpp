@@ -53,6 +53,29 @@ void BM_scanAXWindows50(benchmark::State& state) {
 }
 BENCHMARK(BM_scanAXWindows50);
 
+// One whole pass on a client with 20 windows: 16 sessions, 2 auxiliary windows and 2 untitled ones; System
+// Events reports the same names, so the merge compares every name with every scanned title.
+void BM_detect20(benchmark::State& state) {
+    QList<platform::SimWindow> windows;
+    for (int i = 0; i < 20; ++i) {
+        if (i % 10 == 0)
+            windows << window(QString(), 1920, 1080, QStringLiteral("AXUnknown"));
+        else if (i % 10 == 5)
+            windows << window(QStringLiteral("Connection Center"), 900, 640);
+        else
+            windows << window(QStringLiteral("Desk %1").arg(i));
+    }
+    platform::SimulatedDesktop desktop(clientWorld(windows));
+    const platform::Platform platform = desktop.platform();
+    for (auto _ : state) {
+        DebugCollector collector;
+        DetectorStatus status = SessionDetector::detect(platform, &collector);
+        benchmark::DoNotOptimize(status);
+    }
+    state.SetLabel("20 windows, with log lines");
+}
+BENCHMARK(BM_detect20)->Unit(benchmark::kMicrosecond);
+
 } // namespace
 
 BENCHMARK_MAIN();

@@ -174,7 +174,7 @@ void AXScanTest::ownWindowIsSkippedWithItsLine() {
     SimWindow own = window(QStringLiteral("Stray"));
     own.pid = ownPid;
     SimWindow ownerUnknown = window(QStringLiteral("Desk 9"));
-    ownerUnknown.pid.reset();
+    ownerUnknown.ownerUnknown = true;
     // A window whose owner cannot be read counts as pid 0 and is scanned like any other.
     SimulatedDesktop desktop(clientWorld({own, ownerUnknown, window(QStringLiteral("Desk 1"))}));
     DebugCollector collector;

@@ -180,9 +180,9 @@ std::optional<Pid> SimulatedDesktop::elementPid(const AXElement& element) {
     if (sim->windowIndex < 0)
         return sim->appPid;
     const SimWindow* window = windowLocked(element);
-    if (!window)
+    if (!window || window->ownerUnknown)
         return std::nullopt;
-    return window->pid ? window->pid : std::optional<Pid>(sim->appPid);
+    return window->pid.value_or(sim->appPid);
 }
 
 int SimulatedDesktop::performAction(const AXElement& element, const QString& action) {

@@ -17,7 +17,8 @@ struct SimWindow {
     std::optional<AXValue> subrole;
     std::optional<AXValue> size;
     std::optional<AXValue> minimized;
-    std::optional<Pid> pid; // owner; none makes the owner lookup fail. The world fills in the process.
+    std::optional<Pid> pid;    // owner; none means the process whose list holds the window
+    bool ownerUnknown = false; // the owner lookup fails (the scan then reads the owner as 0)
 
     static SimWindow make(const QString& title, double width, double height,
                           const QString& subrole = QStringLiteral("AXStandardWindow"),

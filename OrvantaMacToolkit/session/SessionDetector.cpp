@@ -198,22 +198,19 @@ SessionDetector::AppleScriptQueryResult SessionDetector::queryAppleScriptWindows
         return result;
 
     if (const auto* error = std::get_if<AppleScriptError>(&outcome)) {
-        // Only a real integer counts as the error number; anything else reads as 0.
+        // Only an integer counts as the error number; anything else (a text, a floating-point number, a
+        // Boolean) reads as 0.
         const QVariant number = error->info.value(appleScriptErrorNumberKey);
-        int code = 0;
+        qint64 code = 0;
         switch (number.typeId()) {
         case QMetaType::Int:
         case QMetaType::Short:
         case QMetaType::Char:
         case QMetaType::SChar:
-            code = number.toInt();
+        case QMetaType::Long:
+        case QMetaType::LongLong:
+            code = number.toLongLong();
             break;
-        case QMetaType::LongLong: {
-            const qlonglong wide = number.toLongLong();
-            if (wide >= std::numeric_limits<int>::min() && wide <= std::numeric_limits<int>::max())
-                code = static_cast<int>(wide);
-            break;
-        }
         default:
             break;
         }

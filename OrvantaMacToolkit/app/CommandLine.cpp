@@ -1,0 +1,147 @@
+#include "CommandLine.h"
+
+#include "platform/WorldFile.h"
+#include "platform/desktop/SignalWake.h"
+#if !defined(Q_OS_MACOS) && !defined(Q_OS_WIN)
+#include "platform/desktop/LogindWake.h"
+#endif
+#include "session/SessionDetector.h"
+
+#include <QFile>
+
+#include <cstdio>
+
+namespace orvanta::app {
+
+using namespace platform;
+
+namespace {
+const QString simulateOption = QStringLiteral("simulate");
+const QString detectOption = QStringLiteral("detect");
+const QString verboseOption = QStringLiteral("verbose");
+
+void writeLines(std::FILE* stream, const QStringList& lines) {
+    QByteArray text;
+    for (const QString& line : lines)
+        text += line.toUtf8() + '\n';
+    std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stream);
+    std::fflush(stream);
+}
+} // namespace
+
+void addOptions(QCommandLineParser& parser) {
+    parser.addOption(
+        {simulateOption,
+         QStringLiteral("Run on the simulated desktop with the world in <file> (JSON), following "
+                        "its changes."),
+         QStringLiteral("file")});
+    parser.addOption({detectOption, QStringLiteral("Run one detection pass, print its transcript and "
+                                                   "outcome, and exit.")});
+    parser.addOption({verboseOption, QStringLiteral("Echo every batch the debug log receives to standard "
+                                                    "error.")});
+}
+
+CommandLineOptions readOptions(const QCommandLineParser& parser) {
+    CommandLineOptions options;
+    options.simulateFile = parser.value(simulateOption);
+    options.detect = parser.isSet(detectOption);
+    options.verbose = parser.isSet(verboseOption);
+    return options;
+}
+
+std::unique_ptr<PlatformHost> PlatformHost::create(const CommandLineOptions& options, Mode mode,
+                                                   QString* error) {
+    std::unique_ptr<PlatformHost> host(new PlatformHost);
+    if (options.simulateFile.isEmpty()) {
+        host->m_native = createNativePlatform();
+        if (host->m_native) {
+            host->m_platform = host->m_native->platform();
+            return host;
+        }
+    }
+
+    SimWorld world;
+    QByteArray content;
+    if (!options.simulateFile.isEmpty()) {
+        QFile file(options.simulateFile);
+        if (!file.open(QIODevice::ReadOnly)) {
+            if (error)
+                *error = QStringLiteral("%1: cannot read the world file: %2")
+                             .arg(options.simulateFile, file.errorString());
+            return nullptr;
+        }
+        content = file.readAll();
+        WorldOrError loaded = parseWorld(content, options.simulateFile);
+        if (const QString* message = std::get_if<QString>(&loaded)) {
+            if (error)
+                *error = *message;
+            return nullptr;
+        }
+        world = std::get<SimWorld>(std::move(loaded));
+    }
+    host->m_simulated = std::make_unique<SimulatedDesktop>(std::move(world));
+    host->m_platform = host->m_simulated->platform();
+
+    if (mode == Mode::running) {
+        host->m_simulated->setReportActions(true);
+        host->m_simulated->setOpenUrlsForReal(true);
+        if (!options.simulateFile.isEmpty()) {
+            host->m_watcher = std::make_unique<WorldFileWatcher>(options.simulateFile, *host->m_simulated);
+            host->m_watcher->setInstalledContent(content);
+            connect(host->m_watcher.get(), &WorldFileWatcher::reloadFailed, host.get(),
+                    [](const QString& message) {
+                        printErrorLines({message, QStringLiteral("(keeping the previous world)")});
+                    });
+            connect(host->m_watcher.get(), &WorldFileWatcher::reloaded, host.get(),
+                    [file = options.simulateFile] {
+                        printErrorLines(
+                            {QStringLiteral("simulated desktop: world reloaded from %1").arg(file)});
+                    });
+            // Lets a test or a support engineer stand in for a wake from sleep: kill -USR1 <pid>.
+            auto* signalWake = new desktop::UserSignalWake(host.get());
+            connect(signalWake, &desktop::UserSignalWake::received, host->m_simulated.get(),
+                    &SimulatedDesktop::simulateWake);
+        }
+#if !defined(Q_OS_MACOS) && !defined(Q_OS_WIN)
+        // On a Linux desktop the wake from sleep is real.
+        auto* logind = new desktop::LogindWake(host.get());
+        connect(logind, &desktop::LogindWake::woke, host->m_simulated.get(), &SimulatedDesktop::simulateWake);
+#endif
+    }
+    return host;
+}
+
+PlatformHost::~PlatformHost() = default;
+
+DetectionReport runDetection(const Platform& platform) {
+    DebugCollector collector;
+    DetectionReport report;
+    report.status = SessionDetector::detect(platform, &collector);
+    report.transcript = std::move(collector.lines);
+    return report;
+}
+
+QStringList statusLines(const DetectorStatus& status) {
+    QStringList lines{QStringLiteral("status: ") + status.caseName()};
+    for (const SessionInfo& session : status.sessions()) {
+        QString line = QStringLiteral("session: ") + SessionInfo::rawValue(session.source);
+        if (session.title)
+            line += QStringLiteral(" \"") + *session.title + QLatin1Char('"');
+        lines << line;
+    }
+    return lines;
+}
+
+void printLines(const QStringList& lines) {
+    writeLines(stdout, lines);
+}
+
+void printErrorLines(const QStringList& lines) {
+    writeLines(stderr, lines);
+}
+
+void echoToStandardError(DebugLog& log) {
+    log.setEcho([](const QStringList& batch) { writeLines(stderr, batch); });
+}
+
+} // namespace orvanta::app

@@ -1,0 +1,84 @@
+#pragma once
+
+// Ports that forward to a simulated desktop and note which thread asked, and can hold the System Events
+// query until the test lets it go.
+
+#include "platform/SimulatedDesktop.h"
+
+#include <QMutex>
+#include <QSemaphore>
+#include <QThread>
+
+#include <atomic>
+
+namespace orvanta::testing {
+
+class ObservedPorts final : public platform::Accessibility,
+                            public platform::AppleScriptHost,
+                            public platform::AppleEvents {
+public:
+    explicit ObservedPorts(platform::SimulatedDesktop& desktop) : m_desktop(desktop) {}
+
+    platform::Platform platform() {
+        platform::Platform ports = m_desktop.platform();
+        ports.accessibility = this;
+        ports.appleScript = this;
+        ports.appleEvents = this;
+        return ports;
+    }
+
+    // The names of the threads that checked trust, in order.
+    QStringList trustThreads() const {
+        QMutexLocker lock(&m_mutex);
+        return m_trustThreads;
+    }
+
+    std::atomic_int permissionChecks{0};
+    std::atomic_int scriptRuns{0};
+    std::atomic_bool holdScript{false};
+    QSemaphore scriptEntered;
+    QSemaphore scriptReleased;
+
+    bool isProcessTrusted() override {
+        {
+            QMutexLocker lock(&m_mutex);
+            m_trustThreads << QThread::currentThread()->objectName();
+        }
+        return m_desktop.isProcessTrusted();
+    }
+    platform::AXElement applicationElement(platform::Pid pid) override {
+        return m_desktop.applicationElement(pid);
+    }
+    platform::AXAttributeResult copyAttributeValue(const platform::AXElement& element,
+                                                   const QString& attribute) override {
+        return m_desktop.copyAttributeValue(element, attribute);
+    }
+    std::optional<platform::Pid> elementPid(const platform::AXElement& element) override {
+        return m_desktop.elementPid(element);
+    }
+    int performAction(const platform::AXElement& element, const QString& action) override {
+        return m_desktop.performAction(element, action);
+    }
+
+    platform::AppleScriptOutcome run(const QString& source) override {
+        ++scriptRuns;
+        if (holdScript) {
+            scriptEntered.release();
+            scriptReleased.acquire();
+        }
+        return m_desktop.run(source);
+    }
+
+    int determinePermissionToAutomate(const QString& bundleId, bool askUser) override {
+        const int status = m_desktop.determinePermissionToAutomate(bundleId, askUser);
+        ++permissionChecks;
+        return status;
+    }
+
+private:
+    platform::SimulatedDesktop& m_desktop;
+    mutable QMutex m_mutex;
+    QStringList m_trustThreads;
+};
+
+} // namespace orvanta::testing

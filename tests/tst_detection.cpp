@@ -1,0 +1,388 @@
+#include "TestWorlds.h"
+#include "session/SessionDetector.h"
+
+#include <QTest>
+#include <QTimeZone>
+
+using namespace orvanta;
+using namespace orvanta::platform;
+using namespace orvanta::testing;
+
+namespace {
+
+using Source = SessionInfo::Source;
+
+SessionInfo named(const QString& title, Source source = Source::axNamed) {
+    return {title, source};
+}
+
+SessionInfo untitled(Source source) {
+    return {std::nullopt, source};
+}
+
+QVariantMap cgWindow(const QVariant& owner, const QVariant& width, const QVariant& height,
+                     const QVariant& layer = 0) {
+    QVariantMap window{
+        {windowList::ownerPID, owner},
+        {windowList::bounds, QVariantMap{{windowList::width, width}, {windowList::height, height}}}};
+    if (layer.isValid())
+        window.insert(windowList::layer, layer);
+    return window;
+}
+
+SimWorld withWindowList(SimWorld world, const QVariant& list) {
+    world.windowServer = {SimWindowList::Kind::given, list};
+    return world;
+}
+
+AppleScriptOutcome scriptText(const QString& text) {
+    return AppleScriptResult{text};
+}
+
+AppleScriptOutcome scriptError(const QVariant& number) {
+    QVariantMap info{{QStringLiteral("NSAppleScriptErrorMessage"), QStringLiteral("refused")}};
+    if (number.isValid())
+        info.insert(appleScriptErrorNumberKey, number);
+    return AppleScriptError{info};
+}
+
+} // namespace
+
+class DetectionTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void scriptSourceIsExact();
+    void queryFiltersAndKeepsRepeats();
+    void queryErrors_data();
+    void queryErrors();
+    void queryWithoutScriptObjectOrText();
+    void censusRules_data();
+    void censusRules();
+    void censusWithoutListOrClient_data();
+    void censusWithoutListOrClient();
+    void typicalPassTranscript();
+    void notTrustedHidesEverything();
+    void clientNotRunning();
+    void mergeOrderAndRepeats();
+    void unnamedWindowsSkipTheCensus();
+    void refusedQuery();
+    void onlyTheFirstInstanceIsScanned();
+    void collectorIsOptional();
+};
+
+void DetectionTest::scriptSourceIsExact() {
+    const QByteArray expected = "tell application \"System Events\"\n"
+                                "    if exists (process \"Windows App\") then\n"
+                                "        set output to \"\"\n"
+                                "        set wList to every window of process \"Windows App\"\n"
+                                "        repeat with w in wList\n"
+                                "            try\n"
+                                "                set wName to name of w\n"
+                                "                set output to output & wName & linefeed\n"
+                                "            end try\n"
+                                "        end repeat\n"
+                                "        return output\n"
+                                "    end if\n"
+                                "end tell";
+    QCOMPARE(SessionDetector::appleScriptSource().toUtf8(), expected);
+    // The host receives exactly this text, built anew on every call.
+    SimulatedDesktop desktop(clientWorld());
+    SessionDetector::queryAppleScriptWindows(desktop.platform());
+    SessionDetector::queryAppleScriptWindows(desktop.platform());
+    QCOMPARE(desktop.lastAppleScriptSource().toUtf8(), expected);
+    QCOMPARE(desktop.appleScriptRuns(), 2);
+}
+
+void DetectionTest::queryFiltersAndKeepsRepeats() {
+    SimWorld world = clientWorld();
+    world.appleScript =
+        scriptText(QStringLiteral("Desk 1\nConnection Center\n\n  Desk 2\r\nDesk 1\n \t\nMSCTFIME x\n"));
+    SimulatedDesktop desktop(world);
+    DebugCollector collector;
+    const auto result = SessionDetector::queryAppleScriptWindows(desktop.platform(), &collector);
+    QCOMPARE(result.titles,
+             (QStringList{QStringLiteral("Desk 1"), QStringLiteral("Desk 2"), QStringLiteral("Desk 1")}));
+    QVERIFY(!result.permissionDenied);
+    QCOMPARE(collector.lines, QStringList{QStringLiteral("AS detect: raw=5 filtered=3")});
+
+    // Without a scripted answer System Events reports the client's titled windows, tiny ones included.
+    SimulatedDesktop answering(clientWorld({window(QStringLiteral("Tiny"), 20, 20), window(QString()),
+                                            window(QStringLiteral("Connection Center"))}));
+    collector.lines.clear();
+    QCOMPARE(SessionDetector::queryAppleScriptWindows(answering.platform(), &collector).titles,
+             QStringList{QStringLiteral("Tiny")});
+    QCOMPARE(collector.lines, QStringList{QStringLiteral("AS detect: raw=2 filtered=1")});
+}
+
+void DetectionTest::queryErrors_data() {
+    QTest::addColumn<QVariant>("number");
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<bool>("denied");
+    const QString denied = QStringLiteral("AS detect: error code=%1 permissionDenied=true");
+    const QString failed = QStringLiteral("AS detect: error code=%1 permissionDenied=false");
+    QTest::newRow("not permitted") << QVariant(-1743) << denied.arg(-1743) << true;
+    QTest::newRow("privilege error") << QVariant(-10004) << denied.arg(-10004) << true;
+    QTest::newRow("wide integer") << QVariant(qint64(-1743)) << denied.arg(-1743) << true;
+    QTest::newRow("other code") << QVariant(-600) << failed.arg(-600) << false;
+    QTest::newRow("no number") << QVariant() << failed.arg(0) << false;
+    QTest::newRow("number as text") << QVariant(QStringLiteral("-1743")) << failed.arg(0) << false;
+    QTest::newRow("floating point") << QVariant(-1743.0) << failed.arg(0) << false;
+    QTest::newRow("beyond 32 bits") << QVariant(qint64(-5000000000)) << failed.arg(-5000000000) << false;
+}
+
+void DetectionTest::queryErrors() {
+    QFETCH(QVariant, number);
+    QFETCH(QString, line);
+    QFETCH(bool, denied);
+    SimWorld world = clientWorld({window(QStringLiteral("Desk 1"))});
+    world.appleScript = scriptError(number);
+    SimulatedDesktop desktop(world);
+    DebugCollector collector;
+    const auto result = SessionDetector::queryAppleScriptWindows(desktop.platform(), &collector);
+    QVERIFY(result.titles.isEmpty());
+    QCOMPARE(result.permissionDenied, denied);
+    QCOMPARE(collector.lines, QStringList{line});
+}
+
+void DetectionTest::queryWithoutScriptObjectOrText() {
+    SimWorld world = clientWorld();
+    world.appleScript = AppleScriptOutcome{std::monostate{}};
+    SimulatedDesktop noScript(world);
+    DebugCollector collector;
+    auto result = SessionDetector::queryAppleScriptWindows(noScript.platform(), &collector);
+    QVERIFY(result.titles.isEmpty());
+    QVERIFY(!result.permissionDenied);
+    QVERIFY(collector.lines.isEmpty());
+
+    world.appleScript = AppleScriptResult{std::nullopt};
+    SimulatedDesktop noText(world);
+    result = SessionDetector::queryAppleScriptWindows(noText.platform(), &collector);
+    QVERIFY(result.titles.isEmpty());
+    QCOMPARE(collector.lines, QStringList{QStringLiteral("AS detect: raw=0 filtered=0")});
+
+    // No process of the client's name in System Events' view: the script returns nothing.
+    SimWorld elsewhere = clientWorld({window(QStringLiteral("Desk 1"))});
+    elsewhere.runningApplications.first().name = QStringLiteral("Microsoft Remote Desktop");
+    SimulatedDesktop renamed(elsewhere);
+    collector.lines.clear();
+    QVERIFY(SessionDetector::queryAppleScriptWindows(renamed.platform(), &collector).titles.isEmpty());
+    QCOMPARE(collector.lines, QStringList{QStringLiteral("AS detect: raw=0 filtered=0")});
+}
+
+void DetectionTest::censusRules_data() {
+    QTest::addColumn<QVariantMap>("entry");
+    QTest::addColumn<int>("count");
+    const int pid = clientPid;
+    QTest::newRow("threshold") << cgWindow(pid, 1400.0, 800.0) << 1;
+    QTest::newRow("narrow by half a point") << cgWindow(pid, 1399.5, 900.0) << 0;
+    QTest::newRow("a point too low") << cgWindow(pid, 1920.0, 799.0) << 0;
+    QTest::newRow("layer 3") << cgWindow(pid, 1920.0, 1080.0, 3) << 0;
+    QTest::newRow("wide layer 3") << cgWindow(pid, 1920.0, 1080.0, qint64(3)) << 0;
+    QTest::newRow("no layer") << cgWindow(pid, 1920.0, 1080.0, QVariant()) << 1;
+    QTest::newRow("layer as text") << cgWindow(pid, 1920.0, 1080.0, QStringLiteral("3")) << 1;
+    QTest::newRow("layer floating point") << cgWindow(pid, 1920.0, 1080.0, 3.0) << 1;
+    QTest::newRow("other process") << cgWindow(77, 1920.0, 1080.0) << 0;
+    QTest::newRow("owner as text") << cgWindow(QString::number(pid), 1920.0, 1080.0) << 0;
+    QTest::newRow("owner wider than 32 bits") << cgWindow(qint64(pid), 1920.0, 1080.0) << 0;
+    QTest::newRow("integer width") << cgWindow(pid, 1920, 1080.0) << 0;
+    QTest::newRow("integer height") << cgWindow(pid, 1920.0, 1080) << 0;
+    QVariantMap noBounds = cgWindow(pid, 1920.0, 1080.0);
+    noBounds.remove(windowList::bounds);
+    QTest::newRow("no bounds") << noBounds << 0;
+    QVariantMap boundsAsText = cgWindow(pid, 1920.0, 1080.0);
+    boundsAsText.insert(windowList::bounds, QStringLiteral("{1920, 1080}"));
+    QTest::newRow("bounds not a dictionary") << boundsAsText << 0;
+    QVariantMap noOwner = cgWindow(pid, 1920.0, 1080.0);
+    noOwner.remove(windowList::ownerPID);
+    QTest::newRow("no owner") << noOwner << 0;
+}
+
+void DetectionTest::censusRules() {
+    QFETCH(QVariantMap, entry);
+    QFETCH(int, count);
+    // The entry sits between a counted window and a window of another process, to show it is skipped alone.
+    const QVariantList list{cgWindow(clientPid, 2560.0, 1440.0), entry, cgWindow(9, 2560.0, 1440.0)};
+    SimulatedDesktop desktop(withWindowList(clientWorld(), list));
+    DebugCollector collector;
+    QCOMPARE(SessionDetector::countLargeHiddenWindows(desktop.platform(), &collector), count + 1);
+    QCOMPARE(collector.lines,
+             QStringList{QStringLiteral("CG tiebreaker: %1 large hidden window(s)").arg(count + 1)});
+}
+
+void DetectionTest::censusWithoutListOrClient_data() {
+    QTest::addColumn<int>("kind"); // 0 no list, 1 not a list, 2 list holding a non-dictionary, 3 no client
+    QTest::newRow("no list") << 0;
+    QTest::newRow("not a list") << 1;
+    QTest::newRow("list with a text") << 2;
+    QTest::newRow("client not running") << 3;
+}
+
+void DetectionTest::censusWithoutListOrClient() {
+    QFETCH(int, kind);
+    SimWorld world = clientWorld({window(QStringLiteral("Desk 1"))});
+    if (kind == 0)
+        world.windowServer = {SimWindowList::Kind::none, {}};
+    if (kind == 1)
+        world = withWindowList(world, cgWindow(clientPid, 1920.0, 1080.0));
+    if (kind == 2)
+        world = withWindowList(world, QVariantList{cgWindow(clientPid, 1920.0, 1080.0), QStringLiteral("x")});
+    if (kind == 3)
+        world = withWindowList(world, QVariantList{cgWindow(clientPid, 1920.0, 1080.0)});
+    if (kind == 3)
+        world.runningApplications.clear();
+    SimulatedDesktop desktop(world);
+    DebugCollector collector;
+    QCOMPARE(SessionDetector::countLargeHiddenWindows(desktop.platform(), &collector), 0);
+    QVERIFY(collector.lines.isEmpty());
+}
+
+void DetectionTest::typicalPassTranscript() {
+    SimulatedDesktop desktop(clientWorld(
+        {window(QStringLiteral("Connection Center"), 900, 640), window(QStringLiteral("Desk 1"))}));
+    DebugCollector collector;
+    const DetectorStatus status = SessionDetector::detect(desktop.platform(), &collector);
+    QCOMPARE(status, DetectorStatus::withSessions({named(QStringLiteral("Desk 1"))}));
+    QCOMPARE(
+        collector.lines,
+        (QStringList{
+            QStringLiteral("=== Detection @ 2025-03-04 09:15:27 +0000 ==="),
+            QStringLiteral("AX trust: ok"),
+            QStringLiteral("Windows App pid=812"),
+            QStringLiteral("AX windows: 2"),
+            QStringLiteral(
+                "  AX win title=\"Connection Center\" subrole=AXStandardWindow size=900x640 min=false"),
+            QStringLiteral("  AX win title=\"Desk 1\" subrole=AXStandardWindow size=1920x1080 min=false"),
+            QStringLiteral("AX detect: 1 named, 0 unnamed"),
+            QStringLiteral("AS detect: raw=2 filtered=1"),
+            QStringLiteral("Result: sessions count=1 named=1 unnamed=0"),
+        }));
+
+    // The header is in UTC whatever zone the clock is given in.
+    desktop.updateWorld([](SimWorld& world) {
+        world.now = QDateTime(QDate(2025, 3, 4), QTime(23, 30, 5), QTimeZone(-5 * 3600));
+    });
+    collector.lines.clear();
+    SessionDetector::detect(desktop.platform(), &collector);
+    QCOMPARE(collector.lines.first(), QStringLiteral("=== Detection @ 2025-03-05 04:30:05 +0000 ==="));
+}
+
+void DetectionTest::notTrustedHidesEverything() {
+    SimWorld world = clientWorld({window(QStringLiteral("Desk 1"))});
+    world.accessibilityTrusted = false;
+    world.runningApplications.clear();
+    SimulatedDesktop desktop(world);
+    DebugCollector collector;
+    QCOMPARE(SessionDetector::detect(desktop.platform(), &collector), DetectorStatus::needsAXPermission());
+    QCOMPARE(collector.lines.size(), 2);
+    QCOMPARE(collector.lines.at(1), QStringLiteral("AX trust: NOT trusted"));
+    QCOMPARE(desktop.appleScriptRuns(), 0);
+}
+
+void DetectionTest::clientNotRunning() {
+    SimWorld world = clientWorld();
+    world.runningApplications = {{77, QStringLiteral("com.example.other"), windowsAppProcessName}};
+    SimulatedDesktop desktop(world);
+    DebugCollector collector;
+    QCOMPARE(SessionDetector::detect(desktop.platform(), &collector), DetectorStatus::appNotRunning());
+    QCOMPARE(collector.lines.mid(1), (QStringList{QStringLiteral("AX trust: ok"),
+                                                  QStringLiteral("Windows App not running "
+                                                                 "(bundle=com.microsoft.rdc.macos)")}));
+    QCOMPARE(desktop.appleScriptRuns(), 0);
+}
+
+void DetectionTest::mergeOrderAndRepeats() {
+    // The scan sees A (precomposed) and an untitled window; the query reports A (decomposed), B, B.
+    const QString a = QString::fromUtf8("Caf\u00e9 A");
+    const QString aDecomposed = QString::fromUtf8("Cafe\u0301 A");
+    SimWorld world = clientWorld({window(QString(), 1920, 1080, QStringLiteral("AXUnknown")), window(a)});
+    world.appleScript = scriptText(aDecomposed + QStringLiteral("\nB\nB\n"));
+    SimulatedDesktop desktop(world);
+    DebugCollector collector;
+    const DetectorStatus status = SessionDetector::detect(desktop.platform(), &collector);
+    QCOMPARE(status.kind(), DetectorStatus::Kind::sessions);
+    const QList<SessionInfo> expected{named(a), named(QStringLiteral("B"), Source::appleScript),
+                                      named(QStringLiteral("B"), Source::appleScript),
+                                      untitled(Source::axUnnamed)};
+    QCOMPARE(status.sessions().size(), expected.size());
+    QVERIFY(status == DetectorStatus::withSessions(expected));
+    QCOMPARE(*status.sessions().first().title, a); // the scan's spelling, as read
+    QCOMPARE(collector.lines.last(), QStringLiteral("Result: sessions count=4 named=3 unnamed=1"));
+}
+
+void DetectionTest::unnamedWindowsSkipTheCensus() {
+    const QString unknown = QStringLiteral("AXUnknown");
+    SimulatedDesktop desktop(
+        clientWorld({window(QString(), 1920, 1080, unknown), window(QString(), 2560, 1440, unknown)}));
+    DebugCollector collector;
+    const DetectorStatus status = SessionDetector::detect(desktop.platform(), &collector);
+    QVERIFY(status ==
+            DetectorStatus::withSessions({untitled(Source::axUnnamed), untitled(Source::axUnnamed)}));
+    // The derived window list holds both windows at desktop size: the census would have counted them.
+    QVERIFY(!collector.lines.join('\n').contains(QStringLiteral("CG tiebreaker")));
+    QCOMPARE(collector.lines.last(), QStringLiteral("Result: sessions count=2 named=0 unnamed=2"));
+}
+
+void DetectionTest::refusedQuery() {
+    SimWorld world = clientWorld();
+    world.appleScript = scriptError(-1743);
+
+    world = withWindowList(world, QVariantList{cgWindow(clientPid, 1920.0, 1080.0)});
+    SimulatedDesktop hidden(world);
+    DebugCollector collector;
+    QVERIFY(SessionDetector::detect(hidden.platform(), &collector) ==
+            DetectorStatus::withSessions({untitled(Source::cgHidden)}));
+    QCOMPARE(collector.lines.mid(collector.lines.size() - 3),
+             (QStringList{QStringLiteral("AS detect: error code=-1743 permissionDenied=true"),
+                          QStringLiteral("CG tiebreaker: 1 large hidden window(s)"),
+                          QStringLiteral("Result: sessions count=1 named=0 unnamed=1")}));
+
+    world = withWindowList(world, QVariantList{});
+    SimulatedDesktop nothing(world);
+    collector.lines.clear();
+    QCOMPARE(SessionDetector::detect(nothing.platform(), &collector), DetectorStatus::needsAEPermission());
+    QCOMPARE(collector.lines.mid(collector.lines.size() - 2),
+             (QStringList{QStringLiteral("CG tiebreaker: 0 large hidden window(s)"),
+                          QStringLiteral("Result: needsAEPermission")}));
+
+    // A session found by the scan wins over the refusal.
+    world.windows[clientPid] = {window(QStringLiteral("Desk 1"))};
+    SimulatedDesktop found(world);
+    QVERIFY(SessionDetector::detect(found.platform()) ==
+            DetectorStatus::withSessions({named(QStringLiteral("Desk 1"))}));
+
+    // Any other failure of the query means no session.
+    world.windows[clientPid].clear();
+    world.appleScript = scriptError(-600);
+    SimulatedDesktop failed(world);
+    collector.lines.clear();
+    QCOMPARE(SessionDetector::detect(failed.platform(), &collector), DetectorStatus::noActiveSession());
+    QCOMPARE(collector.lines.last(), QStringLiteral("Result: noActiveSession"));
+}
+
+void DetectionTest::onlyTheFirstInstanceIsScanned() {
+    constexpr Pid second = 913;
+    SimWorld world = clientWorld({window(QString(), 20, 20, QStringLiteral("AXUnknown"))});
+    world.runningApplications.append({second, windowsAppBundleID, QStringLiteral("Windows App 2")});
+    world.windows[second] = {window(QStringLiteral("Second instance desk"))};
+    SimulatedDesktop desktop(world);
+    DebugCollector collector;
+    // The scan and the query see nothing of the second instance; the census counts its large window.
+    QVERIFY(SessionDetector::detect(desktop.platform(), &collector) ==
+            DetectorStatus::withSessions({untitled(Source::cgHidden)}));
+    QCOMPARE(collector.lines.at(2), QStringLiteral("Windows App pid=812"));
+    QCOMPARE(collector.lines.at(3), QStringLiteral("AX windows: 1"));
+}
+
+void DetectionTest::collectorIsOptional() {
+    SimWorld world = clientWorld({window(QStringLiteral("Desk 1")), window(QStringLiteral("Devices"))});
+    world.appleScript = scriptText(QStringLiteral("Desk 2\n"));
+    SimulatedDesktop desktop(world);
+    DebugCollector collector;
+    const DetectorStatus logged = SessionDetector::detect(desktop.platform(), &collector);
+    QVERIFY(SessionDetector::detect(desktop.platform()) == logged);
+    QCOMPARE(logged.sessions().size(), 2);
+    QCOMPARE(SessionDetector::countLargeHiddenWindows(desktop.platform()), 2);
+}
+
+QTEST_GUILESS_MAIN(DetectionTest)
+#include "tst_detection.moc"

@@ -1,0 +1,120 @@
+#include "ObservedPorts.h"
+#include "TestWorlds.h"
+#include "permissions/PermissionsService.h"
+
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace orvanta;
+using namespace orvanta::platform;
+using namespace orvanta::testing;
+
+namespace {
+constexpr int interval = 100; // scaled down from 2 s
+
+// Waits without running the main thread's event loop, so publications stay queued.
+bool waitForChecks(const ObservedPorts& ports, int count) {
+    QElapsedTimer clock;
+    clock.start();
+    while (ports.permissionChecks < count && clock.elapsed() < 10000)
+        QThread::msleep(5);
+    return ports.permissionChecks >= count;
+}
+} // namespace
+
+class PermissionsTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void constants();
+    void grantedAtStartAndUnchangedPollsPublishNothing();
+    void trustRevokedAndGrantedAgain();
+    void appleEventsCheckNeverPrompts();
+    void releasedWithPublicationQueued();
+};
+
+void PermissionsTest::constants() {
+    QCOMPARE(PermissionsService::accessibilitySettingsURL().toString(),
+             QStringLiteral("x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility"));
+    QVERIFY(PermissionsService::accessibilitySettingsURL().isValid());
+    QCOMPARE(PermissionsService::queueLabel, QStringLiteral("com.orvanta.mactoolkit.permissions"));
+    QCOMPARE(PermissionsService::defaultPollIntervalMs, 2000);
+}
+
+void PermissionsTest::grantedAtStartAndUnchangedPollsPublishNothing() {
+    SimulatedDesktop desktop(clientWorld());
+    ObservedPorts ports(desktop);
+    PermissionsService service(ports.platform(), nullptr, interval);
+    QVERIFY(service.axTrusted());
+    QVERIFY(service.aeAuthorized());
+    QCOMPARE(ports.permissionChecks.load(), 1); // read once at construction
+    QSignalSpy axSpy(&service, &PermissionsService::axTrustedChanged);
+    QSignalSpy aeSpy(&service, &PermissionsService::aeAuthorizedChanged);
+    QElapsedTimer clock;
+    clock.start();
+    service.start();
+    QTRY_VERIFY_WITH_TIMEOUT(ports.permissionChecks >= 2, 5000);
+    QVERIFY2(clock.elapsed() >= interval * 8 / 10, "the first poll comes one interval after start");
+    QTRY_VERIFY_WITH_TIMEOUT(ports.permissionChecks >= 5, 5000);
+    QTest::qWait(interval);
+    QCOMPARE(axSpy.size(), 0);
+    QCOMPARE(aeSpy.size(), 0);
+    QCOMPARE(ports.trustThreads().last(), PermissionsService::queueLabel);
+}
+
+void PermissionsTest::trustRevokedAndGrantedAgain() {
+    SimulatedDesktop desktop(clientWorld());
+    PermissionsService service(desktop.platform(), nullptr, interval);
+    QSignalSpy axSpy(&service, &PermissionsService::axTrustedChanged);
+    QSignalSpy aeSpy(&service, &PermissionsService::aeAuthorizedChanged);
+    service.start();
+    desktop.updateWorld([](SimWorld& world) { world.accessibilityTrusted = false; });
+    QTRY_VERIFY_WITH_TIMEOUT(!service.axTrusted(), 5000);
+    QTest::qWait(3 * interval);
+    QCOMPARE(axSpy.size(), 1);
+    desktop.updateWorld([](SimWorld& world) {
+        world.accessibilityTrusted = true;
+        world.appleEventsStatus = -1743;
+    });
+    QTRY_VERIFY_WITH_TIMEOUT(service.axTrusted() && !service.aeAuthorized(), 5000);
+    QTest::qWait(3 * interval);
+    QCOMPARE(axSpy.size(), 2);
+    QCOMPARE(aeSpy.size(), 1);
+    // A second start replaces the timer rather than adding one.
+    service.start();
+    QTest::qWait(3 * interval);
+    QCOMPARE(axSpy.size(), 2);
+}
+
+void PermissionsTest::appleEventsCheckNeverPrompts() {
+    SimWorld world = clientWorld();
+    world.appleEventsStatus = -1744; // not decided yet
+    SimulatedDesktop desktop(world);
+    PermissionsService service(desktop.platform(), nullptr, interval);
+    QVERIFY(!service.aeAuthorized());
+    QVERIFY(!PermissionsService::checkAEAuthorization(desktop));
+    QVERIFY(desktop.actionDescriptions().isEmpty());
+    PermissionsService::requestAEAuthorization(desktop);
+    QCOMPARE(desktop.actionDescriptions(),
+             QStringList{QStringLiteral("ask permission to automate com.apple.systemevents")});
+    desktop.updateWorld([](SimWorld& world) { world.appleEventsStatus = 0; });
+    QVERIFY(PermissionsService::checkAEAuthorization(desktop));
+}
+
+void PermissionsTest::releasedWithPublicationQueued() {
+    SimulatedDesktop desktop(clientWorld());
+    ObservedPorts ports(desktop);
+    auto* service = new PermissionsService(ports.platform(), nullptr, interval);
+    int publications = 0;
+    connect(service, &PermissionsService::axTrustedChanged, this, [&] { ++publications; });
+    desktop.updateWorld([](SimWorld& world) { world.accessibilityTrusted = false; });
+    service->start();
+    // The second check of a poll comes after the first poll's publication was posted.
+    QVERIFY(waitForChecks(ports, 3));
+    delete service;
+    QTest::qWait(2 * interval);
+    QCOMPARE(publications, 0);
+}
+
+QTEST_GUILESS_MAIN(PermissionsTest)
+#include "tst_permissions.moc"

@@ -1,0 +1,198 @@
+#include "ObservedPorts.h"
+#include "TestWorlds.h"
+#include "session/SessionMonitor.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <thread>
+
+#include <csignal>
+
+using namespace orvanta;
+using namespace orvanta::platform;
+using namespace orvanta::testing;
+
+namespace {
+
+// The passes as the debug log receives them: when each batch arrived and its lines.
+class PassRecorder {
+public:
+    explicit PassRecorder(DebugLog& log) {
+        m_clock.start();
+        log.setEcho([this](const QStringList& batch) {
+            QMutexLocker lock(&m_mutex);
+            m_times << m_clock.elapsed();
+            m_batches << batch;
+        });
+    }
+    qint64 now() const { return m_clock.elapsed(); }
+    QList<qint64> times() const {
+        QMutexLocker lock(&m_mutex);
+        return m_times;
+    }
+    QList<QStringList> batches() const {
+        QMutexLocker lock(&m_mutex);
+        return m_batches;
+    }
+
+private:
+    QElapsedTimer m_clock;
+    mutable QMutex m_mutex;
+    QList<qint64> m_times;
+    QList<QStringList> m_batches;
+};
+
+std::shared_ptr<DebugLog> newLog() {
+    return std::make_shared<DebugLog>(2000, QString());
+}
+
+} // namespace
+
+class SessionMonitorTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initialState();
+    void equalPassesAssignStatusOnce();
+    void reorderedSessionsArePublished();
+    void wakeAddsOnePassWithoutMovingTheRhythm();
+    void releaseDuringPass();
+    void userSignalWakesTheSimulatedApplication();
+};
+
+void SessionMonitorTest::initialState() {
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Desk 1"))}));
+    SessionMonitor monitor(desktop.platform(), newLog());
+    QCOMPARE(monitor.status(), DetectorStatus::appNotRunning());
+    QVERIFY(!monitor.lastUpdated().isValid());
+    QCOMPARE(monitor.pollIntervalMs(), 5000);
+    QCOMPARE(SessionMonitor::queueLabel, QStringLiteral("com.orvanta.mactoolkit.session-monitor"));
+    // Started, but before the main thread has taken the first publication, nothing has changed yet.
+    monitor.start();
+    QCOMPARE(monitor.status(), DetectorStatus::appNotRunning());
+    QVERIFY(!monitor.lastUpdated().isValid());
+}
+
+void SessionMonitorTest::equalPassesAssignStatusOnce() {
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Desk 1"))}));
+    ObservedPorts ports(desktop);
+    const auto log = newLog();
+    PassRecorder passes(*log);
+    SessionMonitor monitor(ports.platform(), log, nullptr, {150, 3000});
+    QSignalSpy statusSpy(&monitor, &SessionMonitor::statusChanged);
+    QSignalSpy updatedSpy(&monitor, &SessionMonitor::lastUpdatedChanged);
+    monitor.start();
+    QTRY_VERIFY_WITH_TIMEOUT(updatedSpy.size() >= 2, 10000);
+    QCOMPARE(statusSpy.size(), 1);
+    QCOMPARE(monitor.status(),
+             DetectorStatus::withSessions({{QStringLiteral("Desk 1"), SessionInfo::Source::axNamed}}));
+    QCOMPARE(monitor.lastUpdated(), desktop.now());
+    // Every pass ran on the monitor's queue and gave the log one batch that opens with the header.
+    for (const QString& thread : ports.trustThreads())
+        QCOMPARE(thread, SessionMonitor::queueLabel);
+    const QList<QStringList> batches = passes.batches();
+    QVERIFY(batches.size() >= 2);
+    QCOMPARE(batches.first().first(), QStringLiteral("=== Detection @ 2025-03-04 09:15:27 +0000 ==="));
+    QCOMPARE(batches.first().last(), QStringLiteral("Result: sessions count=1 named=1 unnamed=0"));
+}
+
+void SessionMonitorTest::reorderedSessionsArePublished() {
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("A")), window(QStringLiteral("B"))}));
+    SessionMonitor monitor(desktop.platform(), newLog(), nullptr, {150, 3000});
+    QSignalSpy statusSpy(&monitor, &SessionMonitor::statusChanged);
+    monitor.start();
+    QTRY_COMPARE_WITH_TIMEOUT(statusSpy.size(), 1, 10000);
+    desktop.updateWorld(
+        [](SimWorld& world) { std::swap(world.windows[clientPid][0], world.windows[clientPid][1]); });
+    QTRY_COMPARE_WITH_TIMEOUT(statusSpy.size(), 2, 10000);
+    QCOMPARE(*monitor.status().sessions().first().title, QStringLiteral("B"));
+}
+
+void SessionMonitorTest::wakeAddsOnePassWithoutMovingTheRhythm() {
+    // Scaled down from 5 s and 3 s; the proportions are kept and the margins are generous.
+    constexpr int interval = 1000;
+    constexpr int wakeDelay = 400;
+    SimulatedDesktop desktop(clientWorld());
+    const auto log = newLog();
+    PassRecorder passes(*log);
+    SessionMonitor monitor(desktop.platform(), log, nullptr, {interval, wakeDelay});
+    const qint64 started = passes.now();
+    monitor.start();
+    QTRY_COMPARE_WITH_TIMEOUT(passes.times().size(), 1, 5000);
+    QTest::qWait(100);
+    const qint64 woke = passes.now();
+    desktop.simulateWake();
+    QTRY_VERIFY_WITH_TIMEOUT(passes.times().size() >= 4, 10000);
+    const QList<qint64> times = passes.times();
+    // Start, the wake pass, then the timer's passes one interval apart, as if there had been no wake.
+    QVERIFY2(times[1] - woke >= wakeDelay - 50 && times[1] - woke < interval - 100,
+             qPrintable(QString::number(times[1] - woke)));
+    QVERIFY2(times[2] - started >= interval - 100 && times[2] - started < 2 * interval - 200,
+             qPrintable(QString::number(times[2] - started)));
+    QVERIFY2(qAbs(times[3] - times[2] - interval) < interval / 3,
+             qPrintable(QString::number(times[3] - times[2])));
+    // Exactly one extra pass: nothing else runs before the next tick is due.
+    QTest::qWait(int(times[2] + 2 * interval - passes.now() - interval / 3));
+    QCOMPARE(passes.times().size(), 4);
+}
+
+void SessionMonitorTest::releaseDuringPass() {
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Desk 1"))}));
+    ObservedPorts ports(desktop);
+    ports.holdScript = true;
+    const auto log = newLog();
+    auto* monitor = new SessionMonitor(ports.platform(), log);
+    int publications = 0;
+    connect(monitor, &SessionMonitor::statusChanged, this, [&] { ++publications; });
+    connect(monitor, &SessionMonitor::lastUpdatedChanged, this, [&] { ++publications; });
+    monitor->start();
+    QVERIFY(ports.scriptEntered.tryAcquire(1, 10000));
+    // The pass is held inside the System Events query; let it go only once the monitor is being destroyed.
+    std::thread releaser([&] {
+        QThread::msleep(200);
+        ports.scriptReleased.release();
+    });
+    delete monitor;
+    releaser.join();
+    QTest::qWait(100);
+    QCOMPARE(publications, 0);
+    const QStringList logged = log->snapshot();
+    QVERIFY(!logged.isEmpty());
+    QCOMPARE(logged.last(), QStringLiteral("Result: sessions count=1 named=1 unnamed=0"));
+}
+
+void SessionMonitorTest::userSignalWakesTheSimulatedApplication() {
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString world = dir.filePath(QStringLiteral("world.json"));
+    QFile file(world);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(R"({"now": "2025-03-04T09:15:27Z", "accessibilityTrusted": false})");
+    file.close();
+
+    QProcess app;
+    app.start(QStringLiteral(ORVANTA_APP_BINARY),
+              {QStringLiteral("--simulate"), world, QStringLiteral("--verbose")});
+    QVERIFY(app.waitForStarted(5000));
+    QByteArray output;
+    const auto headers = [&app, &output] {
+        output += app.readAllStandardError();
+        return output.count("=== Detection @ 2025-03-04 09:15:27 +0000 ===\nAX trust: NOT trusted\n");
+    };
+    QTRY_COMPARE_WITH_TIMEOUT(headers(), 1, 10000);
+    QElapsedTimer sinceSignal;
+    sinceSignal.start();
+    ::kill(static_cast<pid_t>(app.processId()), SIGUSR1);
+    // The wake pass comes about 3 s later, well before the 5 s tick.
+    QTRY_COMPARE_WITH_TIMEOUT(headers(), 2, 10000);
+    const qint64 delay = sinceSignal.elapsed();
+    app.terminate();
+    QVERIFY(app.waitForFinished(5000));
+    QVERIFY2(delay >= 2900 && delay < 4900, qPrintable(QString::number(delay)));
+}
+
+QTEST_GUILESS_MAIN(SessionMonitorTest)
+#include "tst_sessionmonitor.moc"
