@@ -12,7 +12,7 @@ PermissionsService::PermissionsService(platform::Platform platform, QObject* par
 }
 
 PermissionsService::~PermissionsService() {
-    m_alive->store(false);
+    m_toMainThread.close();
 }
 
 void PermissionsService::start() {
@@ -31,13 +31,7 @@ void PermissionsService::scheduleTimer() {
 void PermissionsService::poll() {
     const bool trusted = m_platform.accessibility->isProcessTrusted();
     const bool authorized = checkAEAuthorization(*m_platform.appleEvents);
-    QMetaObject::invokeMethod(
-        this,
-        [this, alive = m_alive, trusted, authorized] {
-            if (alive->load())
-                publish(trusted, authorized);
-        },
-        Qt::QueuedConnection);
+    m_toMainThread.post([this, trusted, authorized] { publish(trusted, authorized); });
 }
 
 void PermissionsService::publish(bool axTrusted, bool aeAuthorized) {

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "platform/Platform.h"
+#include "support/Mailbox.h"
 #include "support/SerialQueue.h"
 
 #include <QObject>
 #include <QUrl>
 
-#include <atomic>
 #include <memory>
 
 class QTimer;
@@ -58,8 +58,8 @@ private:
     bool m_axTrusted = false;
     bool m_aeAuthorized = false;
     QTimer* m_timer = nullptr; // lives on the queue; touched only there
-    const std::shared_ptr<std::atomic_bool> m_alive = std::make_shared<std::atomic_bool>(true);
-    SerialQueue m_queue; // last: it stops, with the timer, before anything it uses goes
+    Mailbox m_toMainThread;    // closed first on destruction, so late passes publish nothing
+    SerialQueue m_queue;       // last: it stops, with the timer, before anything it uses goes
 };
 
 } // namespace orvanta

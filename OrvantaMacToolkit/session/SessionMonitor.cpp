@@ -12,9 +12,9 @@ SessionMonitor::SessionMonitor(platform::Platform platform, std::shared_ptr<Debu
       m_queue(queueLabel, SerialQueue::Priority::utility) {}
 
 SessionMonitor::~SessionMonitor() {
-    // Publications posted by a pass that is still running find the flag down; the queue's end (the last
-    // member to go) cancels the timer and waits for that pass.
-    m_alive->store(false);
+    // A pass that is still running can no longer publish; the queue's end (the last member to go) cancels
+    // the timer and waits for that pass, whose lines still reach the log.
+    m_toMainThread.close();
     disconnect(m_wakeConnection);
 }
 
@@ -49,13 +49,7 @@ void SessionMonitor::poll() {
     collector.lines.clear();
     m_debugLog->append(std::move(lines));
     const QDateTime when = m_platform.workspace->now();
-    QMetaObject::invokeMethod(
-        this,
-        [this, alive = m_alive, status, when] {
-            if (alive->load())
-                publish(status, when);
-        },
-        Qt::QueuedConnection);
+    m_toMainThread.post([this, status, when] { publish(status, when); });
 }
 
 void SessionMonitor::publish(const DetectorStatus& status, const QDateTime& when) {

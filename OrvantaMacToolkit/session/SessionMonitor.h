@@ -3,12 +3,12 @@
 #include "DebugLog.h"
 #include "platform/Platform.h"
 #include "session/SessionInfo.h"
+#include "support/Mailbox.h"
 #include "support/SerialQueue.h"
 
 #include <QDateTime>
 #include <QObject>
 
-#include <atomic>
 #include <memory>
 
 class QTimer;
@@ -64,8 +64,8 @@ private:
     QDateTime m_lastUpdated;
     QTimer* m_timer = nullptr; // lives on the queue; touched only there
     QMetaObject::Connection m_wakeConnection;
-    const std::shared_ptr<std::atomic_bool> m_alive = std::make_shared<std::atomic_bool>(true);
-    SerialQueue m_queue; // last: it stops, letting a running pass finish, before anything it uses goes
+    Mailbox m_toMainThread; // closed first on destruction, so late passes publish nothing
+    SerialQueue m_queue;    // last: it stops, letting a running pass finish, before anything it uses goes
 };
 
 } // namespace orvanta

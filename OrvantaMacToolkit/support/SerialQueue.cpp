@@ -1,23 +1,34 @@
 #include "SerialQueue.h"
 
-#include <QMetaObject>
+#include "Mailbox.h"
+
+#include <condition_variable>
 
 namespace orvanta {
 
 SerialQueue::SerialQueue(const QString& label, Priority priority) {
     m_thread.setObjectName(label);
-    m_context = new QObject;
-    m_context->moveToThread(&m_thread);
-    QObject::connect(&m_thread, &QThread::finished, m_context, &QObject::deleteLater);
+    m_mailbox = new Mailbox;
+    m_mailbox->moveToThread(&m_thread);
+    QObject::connect(&m_thread, &QThread::finished, m_mailbox, &QObject::deleteLater);
+    // The thread's last step under a standard mutex: QThread::wait() alone is invisible to ThreadSanitizer.
+    QObject::connect(
+        &m_thread, &QThread::finished, m_mailbox, [end = m_end] { std::lock_guard lock(*end); },
+        Qt::DirectConnection);
     m_thread.start(priority == Priority::utility ? QThread::LowPriority : QThread::InheritPriority);
 }
 
 SerialQueue::~SerialQueue() {
     m_open->store(false);
+    m_mailbox->close();
     m_thread.quit();
     m_thread.wait();
-    // The context was deleted by the finished signal on the queue's own thread; its pending events
-    // went with it.
+    std::lock_guard lock(*m_end);
+    // The mailbox was deleted on the queue's own thread as it finished; its pending events went with it.
+}
+
+QObject* SerialQueue::context() const {
+    return m_mailbox;
 }
 
 std::function<void()> SerialQueue::guarded(std::function<void()> block) const {
@@ -28,12 +39,13 @@ std::function<void()> SerialQueue::guarded(std::function<void()> block) const {
 }
 
 void SerialQueue::async(std::function<void()> block) {
-    QMetaObject::invokeMethod(m_context, guarded(std::move(block)), Qt::QueuedConnection);
+    m_mailbox->post(std::move(block));
 }
 
 void SerialQueue::after(int ms, std::function<void()> block) {
+    // A timer that comes due while the queue is being destroyed must not run its block.
     async([this, ms, block = guarded(std::move(block))] {
-        QTimer::singleShot(ms, Qt::PreciseTimer, m_context, block);
+        QTimer::singleShot(ms, Qt::PreciseTimer, m_mailbox, block);
     });
 }
 
@@ -42,7 +54,19 @@ void SerialQueue::sync(const std::function<void()>& block) {
         block();
         return;
     }
-    QMetaObject::invokeMethod(m_context, block, Qt::BlockingQueuedConnection);
+    std::mutex mutex;
+    std::condition_variable ran;
+    bool done = false;
+    const bool posted = m_mailbox->post([&] {
+        block();
+        std::lock_guard lock(mutex);
+        done = true;
+        ran.notify_one();
+    });
+    if (!posted)
+        return;
+    std::unique_lock lock(mutex);
+    ran.wait(lock, [&] { return done; });
 }
 
 } // namespace orvanta

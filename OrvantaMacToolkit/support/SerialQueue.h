@@ -8,8 +8,11 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 
 namespace orvanta {
+
+class Mailbox;
 
 // A thread with its own event loop that runs blocks one at a time, in the order they were handed in.
 // Blocks may be handed in from any thread. Destroying the queue lets the block that is running finish
@@ -29,7 +32,7 @@ public:
 
     // The object that lives on the queue's thread; timers and connections that must run on the queue
     // use it as their context.
-    QObject* context() const { return m_context; }
+    QObject* context() const;
     bool isCurrent() const { return QThread::currentThread() == &m_thread; }
 
     void async(std::function<void()> block);
@@ -47,8 +50,9 @@ private:
     std::function<void()> guarded(std::function<void()> block) const;
 
     QThread m_thread;
-    QObject* m_context = nullptr;
+    Mailbox* m_mailbox = nullptr; // lives on m_thread
     std::shared_ptr<std::atomic_bool> m_open = std::make_shared<std::atomic_bool>(true);
+    std::shared_ptr<std::mutex> m_end = std::make_shared<std::mutex>();
 };
 
 } // namespace orvanta
