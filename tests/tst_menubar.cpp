@@ -1,0 +1,191 @@
+#include "app/MenuBarContent.h"
+#include "app/MenuBarLabel.h"
+#include "app/SingleInstance.h"
+#include "platform/desktop/TrayMenuBarItem.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QMenu>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace orvanta;
+using Kind = MenuRow::Kind;
+
+namespace {
+
+SessionInfo named(const QString& title, SessionInfo::Source source = SessionInfo::Source::axNamed) {
+    return {title, source};
+}
+
+SessionInfo untitled(SessionInfo::Source source = SessionInfo::Source::cgHidden) {
+    return {std::nullopt, source};
+}
+
+QStringList actionTexts(const QMenu& menu) {
+    QStringList texts;
+    for (QAction* action : menu.actions())
+        texts.append(action->isSeparator() ? QStringLiteral("---") : action->text());
+    return texts;
+}
+
+} // namespace
+
+class MenuBarTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void labelFollowsTrustThenSessions() {
+        const auto sessions = DetectorStatus::withSessions({named(QStringLiteral("Work desktop"))});
+        // Missing trust wins over a listed session; trust with a stale permission status is just idle.
+        QCOMPARE(MenuBarLabel::content(false, sessions).symbol, MenuBarLabel::warningSymbol);
+        QVERIFY(MenuBarLabel::content(false, sessions).text.isEmpty());
+        QCOMPARE(MenuBarLabel::content(true, DetectorStatus::needsAXPermission()).symbol,
+                 MenuBarLabel::idleSymbol);
+        for (const auto& status : {DetectorStatus::needsAEPermission(), DetectorStatus::appNotRunning(),
+                                   DetectorStatus::noActiveSession()}) {
+            const auto label = MenuBarLabel::content(true, status);
+            QCOMPARE(label.symbol, MenuBarLabel::idleSymbol);
+            QVERIFY(label.text.isEmpty());
+        }
+        const auto label = MenuBarLabel::content(true, sessions);
+        QCOMPARE(label.text, QStringLiteral("1\u25CF Work desktop"));
+        QVERIFY(label.symbol.isEmpty());
+        QCOMPARE(label.toolTip, label.text);
+    }
+
+    void labelCountsEverySessionAndShowsFirstNamedTitle() {
+        const auto unnamedOnly = DetectorStatus::withSessions({untitled(), untitled(), untitled()});
+        QCOMPARE(MenuBarLabel::content(true, unnamedOnly).text, QStringLiteral("3\u25CF"));
+        const auto mixed = DetectorStatus::withSessions(
+            {untitled(SessionInfo::Source::axUnnamed), named(QStringLiteral("Accounting")),
+             named(QStringLiteral("Later"), SessionInfo::Source::appleScript)});
+        QCOMPARE(MenuBarLabel::content(true, mixed).text, QStringLiteral("3\u25CF Accounting"));
+    }
+
+    void titleIsCutByUserPerceivedCharacters_data() {
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("16 kept") << QStringLiteral("ABCDEFGHIJKLMNOP") << QStringLiteral("ABCDEFGHIJKLMNOP");
+        QTest::newRow("17 cut") << QStringLiteral("ABCDEFGHIJKLMNOPQ")
+                                << QStringLiteral("ABCDEFGHIJKLMNO\u2026");
+        // Decomposed "é" (two code points) and a flag (two surrogate pairs) are one character each.
+        const QString e = QStringLiteral("e\u0301");
+        const QString flag = QStringLiteral("\U0001F1E9\U0001F1EA");
+        QTest::newRow("combining 16") << e.repeated(16) << e.repeated(16);
+        QTest::newRow("combining 17") << e.repeated(17) << e.repeated(15) + QChar(0x2026);
+        QTest::newRow("flags 20") << flag.repeated(20) << flag.repeated(15) + QChar(0x2026);
+        QTest::newRow("cjk 17") << QStringLiteral("会").repeated(17)
+                                << QStringLiteral("会").repeated(15) + QChar(0x2026);
+    }
+
+    void titleIsCutByUserPerceivedCharacters() {
+        QFETCH(QString, title);
+        QFETCH(QString, expected);
+        QCOMPARE(MenuBarLabel::shortenedTitle(title), expected);
+        const auto label =
+            MenuBarLabel::content(true, DetectorStatus::withSessions({named(title), untitled()}));
+        QCOMPARE(label.text, QStringLiteral("2\u25CF ") + expected);
+    }
+
+    void sessionSectionForEveryStatus() {
+        const QList<MenuRow> permissions{{Kind::information, QStringLiteral("Permissions required")}};
+        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::needsAXPermission()), permissions);
+        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::needsAEPermission()), permissions);
+        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::appNotRunning()),
+                 (QList<MenuRow>{{Kind::information, QStringLiteral("Windows App not running")}}));
+        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::noActiveSession()),
+                 (QList<MenuRow>{{Kind::information, QStringLiteral("No active sessions")}}));
+        const auto three = DetectorStatus::withSessions(
+            {named(QStringLiteral("One")), untitled(), named(QStringLiteral("Three"))});
+        QCOMPARE(MenuBarContent::sessionSection(three),
+                 (QList<MenuRow>{{Kind::information, QStringLiteral("Active Sessions (3)")},
+                                 {Kind::session, QStringLiteral("One"), 0},
+                                 {Kind::session, QStringLiteral("Background session"), 1},
+                                 {Kind::session, QStringLiteral("Three"), 2}}));
+    }
+
+    void menuWidgetsRebuildAndAct() {
+        QMenu menu;
+        QList<SessionInfo> focused;
+        QStringList calls;
+        MenuBarContent content(&menu, {[&](const SessionInfo& s) { focused.append(s); },
+                                       [&] { calls.append(QStringLiteral("open")); },
+                                       [&] { calls.append(QStringLiteral("quit")); }});
+
+        const SessionInfo ampersand = named(QStringLiteral("R&D desk"), SessionInfo::Source::appleScript);
+        content.rebuild(DetectorStatus::withSessions({untitled(SessionInfo::Source::axUnnamed), ampersand}));
+        QCOMPARE(actionTexts(menu),
+                 (QStringList{QStringLiteral("Active Sessions (2)"), QStringLiteral("Background session"),
+                              QStringLiteral("R&&D desk"), QStringLiteral("---"),
+                              QStringLiteral("Open Toolkit Window"), QStringLiteral("Quit")}));
+        const QList<QAction*> actions = menu.actions();
+        QVERIFY(!actions[0]->isEnabled());
+        QVERIFY(actions[1]->isEnabled() && actions[2]->isEnabled());
+        QCOMPARE(actions[5]->shortcut(), QKeySequence(QKeySequence::Quit));
+        QVERIFY(actions[4]->shortcut().isEmpty());
+
+        actions[2]->trigger();
+        actions[1]->trigger();
+        QCOMPARE(focused, (QList<SessionInfo>{ampersand, untitled(SessionInfo::Source::axUnnamed)}));
+        QCOMPARE(focused[0].source, SessionInfo::Source::appleScript);
+        actions[4]->trigger();
+        actions[5]->trigger();
+        QCOMPARE(calls, (QStringList{QStringLiteral("open"), QStringLiteral("quit")}));
+
+        content.rebuild(DetectorStatus::noActiveSession());
+        QCOMPARE(actionTexts(menu),
+                 (QStringList{QStringLiteral("No active sessions"), QStringLiteral("---"),
+                              QStringLiteral("Open Toolkit Window"), QStringLiteral("Quit")}));
+        QVERIFY(!menu.actions().first()->isEnabled());
+        QCOMPARE(focused.size(), 2);
+    }
+
+    void trayLabelIsDrawnInOneColourAtTheRatio() {
+        const QColor color(10, 20, 30);
+        const platform::StatusItemLabel text{QStringLiteral("2\u25CF Work"), {}, {}};
+        const QPixmap wide = platform::TrayMenuBarItem::renderLabel(text, 22, 2.0, color);
+        QCOMPARE(wide.height(), 44);
+        QVERIFY(wide.width() > wide.height());
+        QCOMPARE(wide.devicePixelRatio(), 2.0);
+
+        const platform::StatusItemLabel icon{{}, MenuBarLabel::warningSymbol, {}};
+        const QImage image = platform::TrayMenuBarItem::renderLabel(icon, 22, 1.0, color).toImage();
+        QCOMPARE(image.size(), QSize(22, 22));
+        int painted = 0;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                const QColor pixel = image.pixelColor(x, y);
+                if (pixel.alpha() == 255) {
+                    ++painted;
+                    QCOMPARE(pixel.rgb(), color.rgb());
+                }
+            }
+        }
+        QVERIFY2(painted > 40, "the bundled icon should have been drawn");
+        for (const QString& symbol : {MenuBarLabel::warningSymbol, MenuBarLabel::idleSymbol,
+                                      QStringLiteral("info.circle"), QStringLiteral("xmark")})
+            QVERIFY2(QFile::exists(platform::TrayMenuBarItem::symbolPath(symbol)), qPrintable(symbol));
+    }
+
+    void secondLaunchAsksTheFirstToShow() {
+        const QString key =
+            QStringLiteral("orvanta-test-") + QString::number(QCoreApplication::applicationPid());
+        SingleInstance first(key);
+        QCOMPARE(first.claim(), SingleInstance::Role::primary);
+        QSignalSpy shown(&first, &SingleInstance::showRequested);
+
+        SingleInstance second(key);
+        QCOMPARE(second.claim(), SingleInstance::Role::secondary);
+        QVERIFY(shown.wait(3000));
+        QCOMPARE(shown.count(), 1);
+    }
+};
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    MenuBarTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_menubar.moc"
