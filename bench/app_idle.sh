@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Whole-application cost at rest: starts the application offscreen on a simulated world with one open
+# session, lets it run for a while (60 s unless given), and reports the CPU time it used and its peak
+# resident memory, read from /proc (Linux only).
+#   bench/app_idle.sh [BINARY] [SECONDS]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+binary=${1:-build/release/orvanta-mac-toolkit}
+seconds=${2:-60}
+[ -x "$binary" ] || { echo "no application binary at $binary (build the release preset first)" >&2; exit 2; }
+
+work=$(mktemp -d)
+cleanup() {
+    [ -n "${pid:-}" ] && kill "$pid" 2>/dev/null && wait "$pid" 2>/dev/null || true
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+cat >"$work/world.json" <<'JSON'
+{
+  "runningApplications": [{"bundleIdentifier": "com.microsoft.rdc.macos", "pid": 812, "name": "Windows App"}],
+  "windows": {"812": [{"title": "Work desktop", "subrole": "AXStandardWindow", "size": [1920, 1080], "minimized": false}]}
+}
+JSON
+
+# A home of its own, so a running copy of the application and the user's Desktop are left alone.
+mkdir -p "$work/home/Desktop"
+HOME="$work/home" QT_QPA_PLATFORM=offscreen "$binary" --simulate "$work/world.json" >/dev/null 2>&1 &
+pid=$!
+sleep 3 # start-up is not what this measures
+ticks() { awk '{print $14 + $15}' "/proc/$pid/stat"; }
+hz=$(getconf CLK_TCK)
+start=$(ticks)
+sleep "$seconds"
+kill -0 "$pid" 2>/dev/null || { echo "the application exited early" >&2; exit 1; }
+end=$(ticks)
+peak_kb=$(awk '/^VmHWM:/ {print $2}' "/proc/$pid/status")
+threads=$(awk '/^Threads:/ {print $2}' "/proc/$pid/status")
+awk -v t=$((end - start)) -v hz="$hz" -v s="$seconds" -v kb="$peak_kb" -v th="$threads" 'BEGIN {
+    cpu = t / hz
+    printf "cpu_seconds=%.2f over %d s (%.3f %% of one core)\n", cpu, s, 100 * cpu / s
+    printf "peak_rss_mb=%.1f\n", kb / 1024
+    printf "threads=%d\n", th
+}'
