@@ -1,0 +1,63 @@
+#include "window/InfoButton.h"
+
+#include "window/WindowStyle.h"
+
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QLabel>
+#include <QPainter>
+#include <QSvgRenderer>
+#include <QToolButton>
+
+namespace orvanta::window {
+
+namespace {
+
+constexpr int iconSize = 14;
+
+QPixmap infoPixmap(const QColor& color, qreal ratio) {
+    QPixmap pixmap(QSize(iconSize, iconSize) * ratio);
+    pixmap.setDevicePixelRatio(ratio);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    QSvgRenderer(QStringLiteral(":/icons/info.circle.svg"))
+        .render(&painter, QRectF(0, 0, iconSize, iconSize));
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(QRectF(0, 0, iconSize, iconSize), color);
+    return pixmap;
+}
+
+} // namespace
+
+InfoButton::InfoButton(const QString& helpArticle, const QString& description,
+                       std::function<void(const QUrl&)> open, QWidget* parent)
+    : QWidget(parent) {
+    const QUrl url(helpArticle, QUrl::StrictMode);
+    if (!helpArticle.isEmpty() && url.isValid() && !url.scheme().isEmpty())
+        m_url = url;
+
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    const QPixmap pixmap = infoPixmap(secondaryTextColor(palette()), devicePixelRatioF());
+    setToolTip(description);
+    if (m_url.isEmpty()) {
+        auto* label = new QLabel(this);
+        label->setPixmap(pixmap);
+        label->setToolTip(description);
+        layout->addWidget(label);
+        return;
+    }
+    m_button = new QToolButton(this);
+    m_button->setAutoRaise(true);
+    m_button->setIcon(QIcon(pixmap));
+    m_button->setIconSize(QSize(iconSize, iconSize));
+    m_button->setToolTip(description);
+    m_button->setCursor(Qt::PointingHandCursor);
+    layout->addWidget(m_button);
+    connect(m_button, &QToolButton::clicked, this, [this, open = std::move(open)] {
+        if (open)
+            open(m_url);
+    });
+}
+
+} // namespace orvanta::window
