@@ -1,6 +1,10 @@
 #include "window/ActiveRunner.h"
 #include "window/InfoButton.h"
 #include "window/OutputLogView.h"
+#include "window/ReportsSection.h"
+
+#include <QHeaderView>
+#include <QTableView>
 
 #include <QApplication>
 #include <QLabel>
@@ -16,6 +20,18 @@ namespace {
 
 QDateTime at(int minute) {
     return QDateTime(QDate(2025, 5, 1), QTime(14, minute), Qt::UTC);
+}
+
+orvanta::ReportEntry report(const QString& name, std::optional<orvanta::ScriptCatalog> script,
+                            QDateTime date) {
+    return {QUrl::fromLocalFile(QStringLiteral("/home/u/Desktop/") + name), script, std::move(date)};
+}
+
+QStringList names(const QList<orvanta::ReportEntry>& entries) {
+    QStringList result;
+    for (const auto& entry : entries)
+        result.append(entry.url.fileName());
+    return result;
 }
 
 } // namespace
@@ -94,6 +110,61 @@ private Q_SLOTS:
             QCOMPARE(plain.findChild<QLabel*>()->toolTip(), QStringLiteral("Only a description"));
         }
         QCOMPARE(opened.size(), 1);
+    }
+
+    void reportsSortByClickedColumnStablyAndKeepTheOrderAcrossReloads() {
+        using orvanta::ScriptCatalog;
+        const QList<orvanta::ReportEntry> listed{
+            report(QStringLiteral("t10"), ScriptCatalog::traceRoute, at(10)),
+            report(QStringLiteral("r12"), ScriptCatalog::connectorReach, at(12)),
+            report(QStringLiteral("unknown"), std::nullopt, orvanta::ReportCatalog::distantPast()),
+            report(QStringLiteral("m11"), ScriptCatalog::networkMonitor, at(11)),
+            report(QStringLiteral("r11"), ScriptCatalog::connectorReach, at(11)),
+        };
+        QList<orvanta::ReportEntry> trashed;
+        ReportsSection section({{}, [&](const orvanta::ReportEntry& entry) { trashed.append(entry); }});
+        section.resize(600, 300);
+        section.show();
+        QVERIFY(section.showsPlaceholder());
+
+        section.setReports(listed);
+        QVERIFY(!section.showsPlaceholder());
+        // Newest first; equal dates keep the listing order; an unreadable date sorts last.
+        QCOMPARE(names(section.reports()), (QStringList{"r12", "m11", "r11", "t10", "unknown"}));
+
+        QHeaderView* header = section.table()->horizontalHeader();
+        header->sectionClicked(ReportsModel::timestampColumn);
+        QCOMPARE(names(section.reports()), (QStringList{"unknown", "t10", "m11", "r11", "r12"}));
+        header->sectionClicked(ReportsModel::typeColumn);
+        // Titles A to Z; within a title the previous (oldest first) order breaks the tie.
+        QCOMPARE(names(section.reports()), (QStringList{"r11", "r12", "m11", "t10", "unknown"}));
+        header->sectionClicked(ReportsModel::actionsColumn);
+        QCOMPARE(names(section.reports()), (QStringList{"r11", "r12", "m11", "t10", "unknown"}));
+        header->sectionClicked(ReportsModel::typeColumn);
+        QCOMPARE(names(section.reports()), (QStringList{"unknown", "t10", "m11", "r11", "r12"}));
+
+        // A reload sorts by the order the user chose.
+        section.setReports(listed);
+        QCOMPARE(names(section.reports()), (QStringList{"unknown", "t10", "m11", "r11", "r12"}));
+        const QModelIndex firstType = section.table()->model()->index(0, ReportsModel::typeColumn);
+        QCOMPARE(firstType.data().toString(), QStringLiteral("Unknown"));
+
+        QWidget* actions =
+            section.table()->indexWidget(section.table()->model()->index(1, ReportsModel::actionsColumn));
+        QVERIFY(actions);
+        auto* trash = actions->findChild<QPushButton*>(QStringLiteral("trashReport"));
+        QCOMPARE(trash->toolTip(), QStringLiteral("Move this report to the Trash."));
+        QTest::mouseClick(trash, Qt::LeftButton);
+        QTRY_COMPARE(trashed.size(), 1);
+        QCOMPARE(trashed.first().url.fileName(), QStringLiteral("t10"));
+
+        section.setReports({});
+        QVERIFY(section.showsPlaceholder());
+    }
+
+    void reportTimestampsUseTheFixedPatternInLocalTime() {
+        const QDateTime local(QDate(2024, 5, 1), QTime(14, 3, 7), Qt::LocalTime);
+        QCOMPARE(formattedReportTimestamp(local.toUTC()), QStringLiteral("2024-05-01 14:03:07"));
     }
 };
 

@@ -1,0 +1,255 @@
+#include "window/ReportsSection.h"
+
+#include "window/WindowStyle.h"
+
+#include <QFontDatabase>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLocale>
+#include <QPainter>
+#include <QPushButton>
+#include <QStackedLayout>
+#include <QSvgRenderer>
+#include <QTableView>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace orvanta::window {
+
+namespace {
+
+const QString timestampPattern = QStringLiteral("yyyy-MM-dd HH:mm:ss");
+
+// -1, 0 or 1 for one comparator, before its direction is applied.
+int compare(const ReportEntry& a, const ReportEntry& b, ReportSortComparator::Key key) {
+    if (key == ReportSortComparator::Key::modificationDate) {
+        if (a.modificationDate == b.modificationDate)
+            return 0;
+        return a.modificationDate < b.modificationDate ? -1 : 1;
+    }
+    // Plain comparison of the text's code units: the order must not depend on the user's locale.
+    const int order = QString::compare(a.scriptTitle(), b.scriptTitle(), Qt::CaseSensitive);
+    return order < 0 ? -1 : (order > 0 ? 1 : 0);
+}
+
+QIcon trashIcon(QWidget* widget) {
+    const qreal ratio = widget->devicePixelRatioF();
+    QPixmap pixmap(QSize(12, 12) * ratio);
+    pixmap.setDevicePixelRatio(ratio);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    QSvgRenderer(QStringLiteral(":/icons/xmark.svg")).render(&painter, QRectF(0, 0, 12, 12));
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(QRectF(0, 0, 12, 12), QColor(Qt::red));
+    return QIcon(pixmap);
+}
+
+} // namespace
+
+ReportSortOrder initialReportSortOrder() {
+    return {{ReportSortComparator::Key::modificationDate, true}};
+}
+
+QList<ReportEntry> sortedReports(QList<ReportEntry> entries, const ReportSortOrder& order) {
+    std::stable_sort(entries.begin(), entries.end(), [&order](const ReportEntry& a, const ReportEntry& b) {
+        for (const ReportSortComparator& comparator : order) {
+            int result = compare(a, b, comparator.key);
+            if (comparator.reverse)
+                result = -result;
+            if (result != 0)
+                return result < 0;
+        }
+        return false;
+    });
+    return entries;
+}
+
+ReportSortOrder reportSortOrderAfterClick(const ReportSortOrder& order, int column) {
+    ReportSortComparator::Key key;
+    if (column == ReportsModel::timestampColumn)
+        key = ReportSortComparator::Key::modificationDate;
+    else if (column == ReportsModel::typeColumn)
+        key = ReportSortComparator::Key::scriptTitle;
+    else
+        return order;
+
+    if (!order.isEmpty() && order.first().key == key) {
+        ReportSortOrder reversed = order;
+        reversed.first().reverse = !reversed.first().reverse;
+        return reversed;
+    }
+    ReportSortOrder result{{key, false}};
+    for (const ReportSortComparator& comparator : order) {
+        if (comparator.key != key)
+            result.append(comparator);
+    }
+    return result;
+}
+
+QString formattedReportTimestamp(const QDateTime& date) {
+    return QLocale::system().toString(date.toLocalTime(), timestampPattern);
+}
+
+void ReportsModel::setReports(QList<ReportEntry> reports) {
+    beginResetModel();
+    m_reports = std::move(reports);
+    endResetModel();
+}
+
+int ReportsModel::rowCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : int(m_reports.size());
+}
+
+int ReportsModel::columnCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : columnCount_;
+}
+
+QVariant ReportsModel::data(const QModelIndex& index, int role) const {
+    if (!index.isValid() || index.row() >= m_reports.size())
+        return {};
+    const ReportEntry& entry = m_reports[index.row()];
+    switch (index.column()) {
+    case timestampColumn:
+        if (role == Qt::DisplayRole)
+            return formattedReportTimestamp(entry.modificationDate);
+        if (role == Qt::FontRole)
+            return QFontDatabase::systemFont(QFontDatabase::FixedFont);
+        if (role == Qt::ForegroundRole)
+            return secondaryTextColor(QPalette());
+        break;
+    case typeColumn:
+        if (role == Qt::DisplayRole)
+            return entry.scriptTitle();
+        break;
+    default:
+        break;
+    }
+    if (role == Qt::ToolTipRole && index.column() != actionsColumn)
+        return entry.id();
+    return {};
+}
+
+QVariant ReportsModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+        return {};
+    switch (section) {
+    case timestampColumn:
+        return QStringLiteral("Timestamp");
+    case typeColumn:
+        return QStringLiteral("Report Type");
+    case actionsColumn:
+        return QStringLiteral("Actions");
+    default:
+        return {};
+    }
+}
+
+ReportsSection::ReportsSection(Actions actions, QWidget* parent)
+    : QWidget(parent), m_actions(std::move(actions)), m_model(new ReportsModel(this)),
+      m_table(new QTableView), m_placeholder(new InsetPanel(PanelBackground::control)),
+      m_stack(new QStackedLayout) {
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(8);
+    layout->addWidget(makeHeading(QStringLiteral("Recent Reports"), this));
+
+    auto* placeholderLayout = new QVBoxLayout(m_placeholder);
+    placeholderLayout->setContentsMargins(8, 8, 8, 8);
+    auto* placeholderLabel = new QLabel(placeholderText, m_placeholder);
+    QPalette palette = placeholderLabel->palette();
+    palette.setColor(QPalette::WindowText, secondaryTextColor(palette));
+    placeholderLabel->setPalette(palette);
+    placeholderLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    placeholderLayout->addWidget(placeholderLabel, 0, Qt::AlignTop | Qt::AlignLeft);
+    placeholderLayout->addStretch(1);
+
+    m_table->setModel(m_model);
+    m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_table->verticalHeader()->hide();
+    m_table->horizontalHeader()->setStretchLastSection(true);
+    m_table->horizontalHeader()->setSectionsClickable(true);
+    m_table->horizontalHeader()->setHighlightSections(false);
+    m_table->setShowGrid(false);
+    m_table->setAlternatingRowColors(true);
+    connect(m_table->horizontalHeader(), &QHeaderView::sectionClicked, this, &ReportsSection::headerClicked);
+
+    m_stack->addWidget(m_placeholder);
+    m_stack->addWidget(m_table);
+    layout->addLayout(m_stack, 1);
+    showReports({});
+}
+
+bool ReportsSection::showsPlaceholder() const {
+    return m_stack->currentWidget() == m_placeholder;
+}
+
+void ReportsSection::setReports(const QList<ReportEntry>& reports) {
+    showReports(sortedReports(reports, m_order));
+}
+
+void ReportsSection::headerClicked(int column) {
+    const ReportSortOrder order = reportSortOrderAfterClick(m_order, column);
+    if (order == m_order)
+        return;
+    m_order = order;
+    showReports(sortedReports(m_model->reports(), m_order));
+}
+
+void ReportsSection::showReports(QList<ReportEntry> reports) {
+    m_model->setReports(std::move(reports));
+    QHeaderView* header = m_table->horizontalHeader();
+    const ReportSortComparator& first = m_order.first();
+    header->setSortIndicatorShown(true);
+    header->setSortIndicator(first.key == ReportSortComparator::Key::modificationDate
+                                 ? ReportsModel::timestampColumn
+                                 : ReportsModel::typeColumn,
+                             first.reverse ? Qt::DescendingOrder : Qt::AscendingOrder);
+    installRowButtons();
+    m_stack->setCurrentWidget(m_model->reports().isEmpty() ? m_placeholder : static_cast<QWidget*>(m_table));
+    m_table->resizeColumnToContents(ReportsModel::timestampColumn);
+}
+
+void ReportsSection::installRowButtons() {
+    const QIcon xmark = trashIcon(this);
+    for (int row = 0; row < m_model->rowCount(); ++row) {
+        const ReportEntry entry = m_model->reports()[row];
+        auto* cell = new QWidget;
+        auto* cellLayout = new QHBoxLayout(cell);
+        cellLayout->setContentsMargins(2, 0, 2, 0);
+        cellLayout->setSpacing(6);
+        cellLayout->addStretch(1);
+
+        auto* open = new QPushButton(QStringLiteral("Open"), cell);
+        open->setObjectName(QStringLiteral("openReport"));
+        auto* trash = new QPushButton(cell);
+        trash->setObjectName(QStringLiteral("trashReport"));
+        trash->setIcon(xmark);
+        trash->setToolTip(QStringLiteral("Move this report to the Trash."));
+        trash->setAccessibleName(QStringLiteral("Move to Trash"));
+        for (QPushButton* button : {open, trash}) {
+            QFont font = button->font();
+            font.setPointSizeF(font.pointSizeF() * 0.9);
+            button->setFont(font);
+            cellLayout->addWidget(button);
+        }
+        connect(open, &QPushButton::clicked, this, [this, entry] {
+            if (m_actions.open)
+                m_actions.open(entry);
+        });
+        // Queued: the trash action reloads the table, which deletes this button.
+        connect(
+            trash, &QPushButton::clicked, this,
+            [this, entry] {
+                if (m_actions.trash)
+                    m_actions.trash(entry);
+            },
+            Qt::QueuedConnection);
+        m_table->setIndexWidget(m_model->index(row, ReportsModel::actionsColumn), cell);
+    }
+    m_table->resizeRowsToContents();
+}
+
+} // namespace orvanta::window
