@@ -1,0 +1,265 @@
+#include "window/MainWindow.h"
+
+#include "diagnostics/ReportCatalog.h"
+#include "diagnostics/ScriptRunner.h"
+#include "permissions/PermissionsService.h"
+#include "session/SessionFocus.h"
+#include "session/SessionMonitor.h"
+#include "window/DiagnosticsSection.h"
+#include "window/InfoButton.h"
+#include "window/OutputLogView.h"
+#include "window/ReportsSection.h"
+#include "window/WindowStyle.h"
+
+#include <QCoreApplication>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPainter>
+#include <QPushButton>
+#include <QSvgRenderer>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace orvanta::window {
+
+namespace {
+
+// The product's help article on session tracking; none is published yet, so the icon only describes.
+const QString sessionTrackerArticle;
+
+const QString focusHelp = QStringLiteral("Brings the active Orvanta RDP session window to focus.");
+const QString focusDetails = QStringLiteral(
+    "Brings the currently active Orvanta RDP session window to the front. Session detection uses "
+    "Accessibility queries against Microsoft Windows App, falling back to Apple Events through System Events "
+    "when the AX path returns empty.");
+
+QPixmap renderSvg(const QString& path, qreal height, qreal ratio, std::optional<QColor> tint = {}) {
+    QSvgRenderer svg(path);
+    const QSizeF natural = svg.defaultSize().isEmpty() ? QSizeF(height, height) : QSizeF(svg.defaultSize());
+    const QSizeF size(natural.width() * height / natural.height(), height);
+    QPixmap pixmap((size * ratio).toSize());
+    pixmap.setDevicePixelRatio(ratio);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    svg.render(&painter, QRectF(QPointF(), size));
+    if (tint) {
+        painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+        painter.fillRect(QRectF(QPointF(), size), *tint);
+    }
+    return pixmap;
+}
+
+} // namespace
+
+MainWindow::MainWindow(ScriptRunner& reachRunner, ScriptRunner& monitorRunner, ScriptRunner& traceRouteRunner,
+                       SessionMonitor& sessionMonitor, PermissionsService& permissions,
+                       platform::Platform platform, QUrl reportsFolder, QWidget* parent)
+    : QWidget(parent), m_runners{&reachRunner, &monitorRunner, &traceRouteRunner},
+      m_sessionMonitor(sessionMonitor), m_permissions(permissions), m_platform(platform),
+      m_reportsFolder(std::move(reportsFolder)), m_refreshTimer(new QTimer(this)) {
+    setWindowTitle(windowTitleText);
+    setMinimumSize(600, 400);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(20, 20, 20, 20);
+    layout->setSpacing(16);
+    layout->addWidget(makeHeader());
+    layout->addWidget(makePermissionsPanel());
+
+    auto open = [workspace = m_platform.workspace](const QUrl& url) { workspace->openUrl(url); };
+    m_diagnostics = new DiagnosticsSection(m_runners, m_reportsFolder, open, this);
+    layout->addWidget(m_diagnostics);
+    m_output = new OutputLogView(this);
+    layout->addWidget(m_output);
+    m_reports = new ReportsSection({[workspace = m_platform.workspace](const ReportEntry& entry) {
+                                        ReportCatalog::open(entry.url, *workspace);
+                                    },
+                                    [this](const ReportEntry& entry) {
+                                        ReportCatalog::moveToTrash(entry.url, *m_platform.workspace);
+                                        refreshReports();
+                                    }},
+                                   this);
+    layout->addWidget(m_reports, 1);
+
+    m_refreshTimer->setInterval(refreshIntervalMs);
+    connect(m_refreshTimer, &QTimer::timeout, this, &MainWindow::refreshReports);
+    connect(m_output, &OutputLogView::cancelRequested, this, [this] { activeRunner().cancel(); });
+
+    for (int i = 0; i < 3; ++i) {
+        m_sampledRunning[i] = m_runners[i]->isRunning();
+        connect(m_runners[i], &ScriptRunner::stateChanged, this, &MainWindow::scheduleUpdate);
+        // Output is shown as it arrives; the cost of a chunk does not depend on what is already shown.
+        connect(m_runners[i], &ScriptRunner::logBufferChanged, this, &MainWindow::syncLog);
+    }
+    connect(&m_sessionMonitor, &SessionMonitor::statusChanged, this, &MainWindow::syncSessionControls);
+    connect(&m_permissions, &PermissionsService::axTrustedChanged, this, &MainWindow::syncSessionControls);
+    syncSessionControls();
+    syncLog();
+}
+
+MainWindow::~MainWindow() = default;
+
+QString MainWindow::appVersion() {
+    const QString version = QCoreApplication::applicationVersion();
+    return version.isEmpty() ? QStringLiteral("?") : version;
+}
+
+std::optional<SessionInfo> MainWindow::activeSession(const DetectorStatus& status) {
+    if (status.kind() != DetectorStatus::Kind::sessions || status.sessions().isEmpty())
+        return std::nullopt;
+    return status.sessions().first();
+}
+
+ScriptRunner& MainWindow::runnerFor(ScriptCatalog script) const {
+    return *m_runners[ScriptCatalog::Case(script)];
+}
+
+ScriptRunner& MainWindow::activeRunner() const {
+    std::array<RunnerActivity, 3> activity = m_activity;
+    for (int i = 0; i < 3; ++i)
+        activity[i].running = m_runners[i]->isRunning();
+    return *m_runners[activeRunnerIndex(activity)];
+}
+
+QWidget* MainWindow::makeHeader() {
+    auto* header = new QWidget(this);
+    auto* row = new QHBoxLayout(header);
+    row->setContentsMargins(0, 0, 0, 0);
+
+    auto* column = new QVBoxLayout;
+    column->setSpacing(4);
+    auto* title = new QLabel(windowTitleText, header);
+    title->setFont(titleFont(title->font()));
+    QPalette titlePalette = title->palette();
+    titlePalette.setColor(QPalette::WindowText, brandBlue());
+    title->setPalette(titlePalette);
+    column->addWidget(title);
+
+    auto* version = new QLabel(QStringLiteral("Version ") + appVersion(), header);
+    version->setObjectName(QStringLiteral("version"));
+    version->setFont(captionFont(version->font()));
+    QPalette versionPalette = version->palette();
+    versionPalette.setColor(QPalette::WindowText, secondaryTextColor(versionPalette));
+    version->setPalette(versionPalette);
+    column->addWidget(version);
+
+    auto* focusRow = new QHBoxLayout;
+    m_focusButton = new QPushButton(QStringLiteral("Focus Active Session"), header);
+    m_focusButton->setToolTip(focusHelp);
+    connect(m_focusButton, &QPushButton::clicked, this, [this] {
+        // The status may have changed since the row was drawn.
+        if (const std::optional<SessionInfo> session = activeSession(m_sessionMonitor.status()))
+            SessionFocus::focus(m_platform, *session);
+    });
+    focusRow->addWidget(m_focusButton);
+    focusRow->addWidget(new InfoButton(
+        sessionTrackerArticle, focusDetails,
+        [workspace = m_platform.workspace](const QUrl& url) { workspace->openUrl(url); }, header));
+    focusRow->addStretch(1);
+    column->addLayout(focusRow);
+    row->addLayout(column);
+    row->addStretch(1);
+
+    auto* logo = new QLabel(header);
+    logo->setObjectName(QStringLiteral("logo"));
+    logo->setPixmap(renderSvg(QStringLiteral(":/Logo.svg"), 64, devicePixelRatioF()));
+    row->addWidget(logo, 0, Qt::AlignVCenter);
+    return header;
+}
+
+QWidget* MainWindow::makePermissionsPanel() {
+    auto* panel = new InsetPanel(PanelBackground::control, this);
+    auto* layout = new QVBoxLayout(panel);
+    layout->setContentsMargins(12, 12, 12, 12);
+    layout->setSpacing(8);
+    layout->addWidget(makeHeading(QStringLiteral("Permissions"), panel));
+
+    auto* row = new QHBoxLayout;
+    auto* icon = new QLabel(panel);
+    icon->setPixmap(renderSvg(QStringLiteral(":/icons/exclamationmark.triangle.fill.svg"), 16,
+                              devicePixelRatioF(), QColor(255, 149, 0)));
+    row->addWidget(icon);
+    row->addWidget(new QLabel(QStringLiteral("Accessibility"), panel));
+    row->addStretch(1);
+    auto* grant = new QPushButton(QStringLiteral("Grant"), panel);
+    grant->setToolTip(QStringLiteral("Open System Settings to grant the missing permission."));
+    connect(grant, &QPushButton::clicked, this,
+            [this] { m_platform.workspace->openUrl(PermissionsService::accessibilitySettingsURL()); });
+    row->addWidget(grant);
+    layout->addLayout(row);
+    m_permissionsPanel = panel;
+    return panel;
+}
+
+void MainWindow::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    refreshReports();
+    m_refreshTimer->start();
+}
+
+void MainWindow::hideEvent(QHideEvent* event) {
+    m_refreshTimer->stop();
+    QWidget::hideEvent(event);
+}
+
+void MainWindow::refreshReports() {
+    m_reports->setReports(ReportCatalog::recentReports(m_reportsFolder));
+    m_diagnostics->refresh();
+}
+
+void MainWindow::scheduleUpdate() {
+    // Like a redraw, one update takes in every change published before it: a start that publishes running
+    // and then fails at once leaves no time stamp.
+    if (m_updatePending)
+        return;
+    m_updatePending = true;
+    QMetaObject::invokeMethod(this, &MainWindow::update, Qt::QueuedConnection);
+}
+
+void MainWindow::update() {
+    m_updatePending = false;
+    syncRunStamps();
+    syncLog();
+}
+
+void MainWindow::syncRunStamps() {
+    bool ended = false;
+    for (int i = 0; i < 3; ++i) {
+        const bool running = m_runners[i]->isRunning();
+        if (running == m_sampledRunning[i])
+            continue;
+        m_sampledRunning[i] = running;
+        const QDateTime now = QDateTime::currentDateTime();
+        if (running) {
+            m_activity[i].lastStarted = now;
+        } else {
+            m_activity[i].lastCompleted = now;
+            ended = true;
+        }
+    }
+    if (ended)
+        refreshReports();
+}
+
+void MainWindow::syncLog() {
+    std::array<RunnerActivity, 3> activity = m_activity;
+    for (int i = 0; i < 3; ++i)
+        activity[i].running = m_sampledRunning[i];
+    const int active = activeRunnerIndex(activity);
+    const QString& buffer = m_runners[active]->logBuffer();
+    if (active != m_shownRunner || buffer.size() < m_shownSize)
+        m_output->showLog(buffer);
+    else if (buffer.size() > m_shownSize)
+        m_output->appendLog(buffer.sliced(m_shownSize));
+    m_shownRunner = active;
+    m_shownSize = buffer.size();
+    m_output->setCancelVisible(m_sampledRunning[active]);
+}
+
+void MainWindow::syncSessionControls() {
+    m_focusButton->setEnabled(activeSession(m_sessionMonitor.status()).has_value());
+    m_permissionsPanel->setVisible(!m_permissions.axTrusted());
+}
+
+} // namespace orvanta::window
