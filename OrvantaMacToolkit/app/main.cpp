@@ -1,16 +1,94 @@
 #include "app/CommandLine.h"
-#include "permissions/PermissionsService.h"
-#include "session/SessionMonitor.h"
+#include "app/MenuBarContent.h"
+#include "app/MenuBarLabel.h"
+#include "app/OrvantaMacToolkitApp.h"
+#include "app/ScriptsFolder.h"
+#include "app/SingleInstance.h"
+#include "diagnostics/ReportCatalog.h"
+#include "window/MainWindow.h"
 
+#include <QApplication>
 #include <QCommandLineParser>
-#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QFileInfo>
+#include <QTimer>
+
+#include <cstring>
+#include <memory>
 
 using namespace orvanta;
 
-int main(int argc, char* argv[]) {
-    QCoreApplication app(argc, argv);
+namespace {
+
+const QString screenshotOption = QStringLiteral("screenshot");
+
+// Options that never show anything run without a display.
+bool needsNoDisplay(int argc, char* argv[]) {
+    for (int i = 1; i < argc; ++i) {
+        for (const char* option : {"--detect", "--help", "-h", "--help-all", "--version", "-v"}) {
+            if (std::strcmp(argv[i], option) == 0)
+                return true;
+        }
+    }
+    return false;
+}
+
+void setIdentity() {
     QCoreApplication::setApplicationName(QStringLiteral("Orvanta Mac Toolkit"));
     QCoreApplication::setApplicationVersion(QStringLiteral(ORVANTA_VERSION));
+}
+
+QStringList labelAndMenuLines(const platform::Platform& platform, const DetectorStatus& status) {
+    const platform::StatusItemLabel label =
+        MenuBarLabel::content(platform.accessibility->isProcessTrusted(), status);
+    QStringList lines{QStringLiteral("label: ") +
+                      (label.text.isEmpty() ? QStringLiteral("icon ") + label.symbol : label.text)};
+    for (const MenuRow& row : MenuBarContent::sessionSection(status))
+        lines.append(QStringLiteral("menu: ") + row.text);
+    return lines;
+}
+
+// One copy per user; a simulated world is a separate copy, so a test or a demonstration can run beside it.
+QString instanceKey(const app::CommandLineOptions& options) {
+    QString key = SingleInstance::defaultKey();
+    if (!options.simulateFile.isEmpty()) {
+        const QByteArray path = QFileInfo(options.simulateFile).absoluteFilePath().toUtf8();
+        key += QStringLiteral("-simulated-") +
+               QString::fromLatin1(QCryptographicHash::hash(path, QCryptographicHash::Sha1).toHex().left(12));
+    }
+    return key;
+}
+
+int takeScreenshot(OrvantaMacToolkitApp& shell, const QString& file) {
+    shell.openToolkitWindow();
+    window::MainWindow* window = shell.toolkitWindow();
+    window->resize(720, 640);
+    int status = 1;
+    // After the first detection pass has been published and the reports read once.
+    auto capture = [&] {
+        window->refreshReports();
+        if (window->grab().save(file, "PNG")) {
+            app::printLines({file});
+            status = 0;
+        } else {
+            app::printErrorLines({QStringLiteral("Could not write the screenshot to ") + file});
+        }
+        QCoreApplication::exit(status);
+    };
+    QTimer::singleShot(1500, window, capture);
+    QApplication::exec();
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char* argv[]) {
+    std::unique_ptr<QCoreApplication> application;
+    if (needsNoDisplay(argc, argv))
+        application = std::make_unique<QCoreApplication>(argc, argv);
+    else
+        application = std::make_unique<QApplication>(argc, argv);
+    setIdentity();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
@@ -18,8 +96,13 @@ int main(int argc, char* argv[]) {
     parser.addHelpOption();
     parser.addVersionOption();
     app::addOptions(parser);
-    parser.process(app);
+    parser.addOption(
+        {screenshotOption,
+         QStringLiteral("Render the toolkit window offscreen, save it as PNG to <file>, and exit."),
+         QStringLiteral("file")});
+    parser.process(*application);
     const app::CommandLineOptions options = app::readOptions(parser);
+    const QString screenshotFile = parser.value(screenshotOption);
 
     QString error;
     const auto mode = options.detect ? app::PlatformHost::Mode::onePass : app::PlatformHost::Mode::running;
@@ -31,18 +114,39 @@ int main(int argc, char* argv[]) {
 
     if (options.detect) {
         const app::DetectionReport report = app::runDetection(host->platform());
-        app::printLines(report.transcript + app::statusLines(report.status));
+        app::printLines(report.transcript + app::statusLines(report.status) +
+                        labelAndMenuLines(host->platform(), report.status));
         return 0;
     }
 
-    // Until the menu-bar shell exists: the shared objects in start-up order, running without a window.
-    auto debugLog = std::make_shared<DebugLog>(2000, DebugLog::defaultPath());
-    if (options.verbose)
-        app::echoToStandardError(*debugLog);
-    SessionMonitor monitor(host->platform(), debugLog);
-    PermissionsService permissions(host->platform());
-    monitor.start();
-    permissions.start();
-    PermissionsService::requestAEAuthorization(*host->platform().appleEvents);
-    return app.exec();
+    SingleInstance instance(instanceKey(options));
+    if (screenshotFile.isEmpty()) {
+        switch (instance.claim()) {
+        case SingleInstance::Role::secondary:
+            app::printErrorLines(
+                {QStringLiteral("Orvanta Mac Toolkit is already running: showing its window.")});
+            return 0;
+        case SingleInstance::Role::unavailable:
+            app::printErrorLines(
+                {QStringLiteral("Could not listen for later launches; continuing without.")});
+            break;
+        case SingleInstance::Role::primary:
+            break;
+        }
+    }
+
+    OrvantaMacToolkitApp::Options shellOptions;
+    shellOptions.scriptsFolder = scriptsFolder(QCoreApplication::applicationDirPath());
+    shellOptions.reportsFolder = ReportCatalog::reportsFolder();
+    shellOptions.verbose = options.verbose;
+    shellOptions.useMenuBar = screenshotFile.isEmpty();
+    OrvantaMacToolkitApp shell(host->platform(), shellOptions);
+    if (!screenshotFile.isEmpty())
+        return takeScreenshot(shell, screenshotFile);
+
+    QObject::connect(&instance, &SingleInstance::showRequested, &shell,
+                     &OrvantaMacToolkitApp::openToolkitWindow);
+    if (!shell.hasMenuBarItem())
+        shell.openToolkitWindow();
+    return QApplication::exec();
 }

@@ -210,6 +210,7 @@ void ReportsSection::showReports(QList<ReportEntry> reports) {
     installRowButtons();
     m_stack->setCurrentWidget(m_model->reports().isEmpty() ? m_placeholder : static_cast<QWidget*>(m_table));
     m_table->resizeColumnToContents(ReportsModel::timestampColumn);
+    m_table->resizeColumnToContents(ReportsModel::typeColumn);
 }
 
 void ReportsSection::installRowButtons() {
