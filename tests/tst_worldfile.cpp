@@ -257,15 +257,24 @@ void WorldFileTest::detectCommand_data() {
                       "appleScript": {"result": "Desk 1\nBüro \"2\"\n"}})")
         << QStringList{QStringLiteral("AS detect: raw=2 filtered=2"),
                        QStringLiteral("Result: sessions count=2 named=2 unnamed=0"),
-                       QStringLiteral("status: sessions"), QStringLiteral("session: axNamed \"Desk 1\""),
-                       QString::fromUtf8("session: appleScript \"B\u00fcro \"2\"\"")};
+                       QStringLiteral("status: sessions"),
+                       QStringLiteral("session: axNamed \"Desk 1\""),
+                       QString::fromUtf8("session: appleScript \"B\u00fcro \"2\"\""),
+                       QString::fromUtf8("label: 2\u25cf Desk 1"),
+                       QStringLiteral("menu: Active Sessions (2)"),
+                       QStringLiteral("menu: Desk 1"),
+                       QString::fromUtf8("menu: B\u00fcro \"2\"")};
     QTest::newRow("hidden window, query refused")
         << QByteArray("{" + common + R"("appleScript": {"errorNumber": -10004},
                       "windowServer": [{"kCGWindowOwnerPID": 812, "kCGWindowBounds": {"Width": 1920.0, "Height": 1080.0}},
                                        {"kCGWindowOwnerPID": 812, "kCGWindowBounds": {"Width": 1920, "Height": 1080}}]})")
         << QStringList{QStringLiteral("CG tiebreaker: 1 large hidden window(s)"),
                        QStringLiteral("Result: sessions count=1 named=0 unnamed=1"),
-                       QStringLiteral("status: sessions"), QStringLiteral("session: cgHidden")};
+                       QStringLiteral("status: sessions"),
+                       QStringLiteral("session: cgHidden"),
+                       QString::fromUtf8("label: 1\u25cf"),
+                       QStringLiteral("menu: Active Sessions (1)"),
+                       QStringLiteral("menu: Background session")};
     QTest::newRow("window list unreadable")
         << QByteArray("{" + common +
                       R"("windowsError": {"812": -25204}, "appleScript": {"errorNumber": -1743}})")
@@ -273,11 +282,15 @@ void WorldFileTest::detectCommand_data() {
                        QStringLiteral("AS detect: error code=-1743 permissionDenied=true"),
                        QStringLiteral("CG tiebreaker: 0 large hidden window(s)"),
                        QStringLiteral("Result: needsAEPermission"),
-                       QStringLiteral("status: needsAEPermission")};
+                       QStringLiteral("status: needsAEPermission"),
+                       QStringLiteral("label: icon macwindow"),
+                       QStringLiteral("menu: Permissions required")};
     QTest::newRow("not trusted") << QByteArray(
                                         R"({"now": "2025-03-04T09:15:27Z", "accessibilityTrusted": false})")
                                  << QStringList{QStringLiteral("AX trust: NOT trusted"),
-                                                QStringLiteral("status: needsAXPermission")};
+                                                QStringLiteral("status: needsAXPermission"),
+                                                QStringLiteral("label: icon exclamationmark.triangle.fill"),
+                                                QStringLiteral("menu: Permissions required")};
 }
 
 void WorldFileTest::detectCommand() {
