@@ -1,0 +1,192 @@
+#include "app/OrvantaMacToolkitApp.h"
+#include "app/ScriptsFolder.h"
+#include "diagnostics/ScriptRunner.h"
+#include "permissions/PermissionsService.h"
+#include "session/SessionMonitor.h"
+#include "window/DiagnosticsSection.h"
+#include "window/MainWindow.h"
+
+#include "TestWorlds.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QMenu>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace orvanta;
+
+namespace {
+
+const QByteArray oneSessionWorld = R"({
+  "runningApplications": [{"bundleIdentifier": "com.microsoft.rdc.macos", "pid": 812, "name": "Windows App"}],
+  "windows": {"812": [{"title": "Work desktop", "subrole": "AXStandardWindow", "size": [1920, 1080], "minimized": false}]}
+})";
+
+// The real application on a simulated world, headless, with its own home folder.
+class AppProcess {
+public:
+    AppProcess(const QString& home, const QString& world) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), home);
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        process.setProcessEnvironment(environment);
+        process.setReadChannel(QProcess::StandardError);
+        process.start(QStringLiteral(ORVANTA_APP_BINARY),
+                      {QStringLiteral("--simulate"), world, QStringLiteral("--verbose")});
+    }
+    ~AppProcess() {
+        if (process.state() != QProcess::NotRunning) {
+            process.terminate();
+            if (!process.waitForFinished(5000)) {
+                process.kill();
+                process.waitForFinished(5000);
+            }
+        }
+    }
+
+    // Reads standard error until a line equal to `line` has come `count` times.
+    bool waitForLine(const QString& line, int count = 1, int timeoutMs = 10000) {
+        QDeadlineTimer deadline(timeoutMs);
+        while (lines.count(line) < count) {
+            if (deadline.hasExpired() || !process.waitForReadyRead(int(deadline.remainingTime())))
+                return false;
+            readLines();
+        }
+        return true;
+    }
+
+    void readLines() {
+        pending += process.readAllStandardError();
+        qsizetype end;
+        while ((end = pending.indexOf('\n')) >= 0) {
+            lines.append(QString::fromUtf8(pending.left(end)));
+            pending.remove(0, end + 1);
+        }
+    }
+
+    QProcess process;
+    QStringList lines;
+    QByteArray pending;
+};
+
+} // namespace
+
+class AppTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() {
+        QVERIFY(m_home.isValid());
+        m_world = m_home.filePath(QStringLiteral("world-%1.json").arg(m_worldNumber++));
+        QFile file(m_world);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(oneSessionWorld);
+    }
+
+    void startsTheSharedObjectsInOrderOnce() {
+        AppProcess app(m_home.path(), m_world);
+        QVERIFY2(app.waitForLine(QStringLiteral("app: toolkit window opened")),
+                 qPrintable(app.lines.join('\n')));
+        const QStringList expected{
+            QStringLiteral("app: debug log (2000 lines)"),
+            QStringLiteral("app: session monitor"),
+            QStringLiteral("app: permissions service"),
+            QStringLiteral("app: script runners in ") +
+                scriptsFolder(QFileInfo(ORVANTA_APP_BINARY).absolutePath()),
+            QStringLiteral("app: session monitor started"),
+            QStringLiteral("app: permissions service started"),
+            QStringLiteral("simulated desktop: ask permission to automate com.apple.systemevents"),
+            QStringLiteral("app: Apple Events permission requested"),
+        };
+        qsizetype from = 0;
+        for (const QString& line : expected) {
+            QCOMPARE(app.lines.count(line), 1);
+            const qsizetype at = app.lines.indexOf(line);
+            QVERIFY2(at >= from, qPrintable(line + QStringLiteral(" came out of order")));
+            from = at;
+        }
+        // The build tree's scripts are found when the application is not installed.
+        QVERIFY(QFileInfo::exists(scriptsFolder(QFileInfo(ORVANTA_APP_BINARY).absolutePath()) +
+                                  QStringLiteral("/orvanta-mac-network-monitor.zsh")));
+        // The first detection pass ran and its lines reached the log.
+        QVERIFY(app.waitForLine(QStringLiteral("Result: sessions count=1 named=1 unnamed=0")));
+    }
+
+    void aSecondLaunchShowsTheFirstAndLeaves() {
+        AppProcess first(m_home.path(), m_world);
+        QVERIFY(first.waitForLine(QStringLiteral("app: toolkit window opened")));
+        QVERIFY(first.waitForLine(QStringLiteral("simulated desktop: activate self")));
+
+        AppProcess second(m_home.path(), m_world);
+        QVERIFY(second.process.waitForFinished(10000));
+        QCOMPARE(second.process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(second.process.exitCode(), 0);
+        second.readLines();
+        QVERIFY(second.lines.contains(
+            QStringLiteral("Orvanta Mac Toolkit is already running: showing its window.")));
+        QVERIFY(!second.lines.contains(QStringLiteral("app: session monitor")));
+
+        // The first copy brings itself forward for the window again, and keeps running.
+        QVERIFY(first.waitForLine(QStringLiteral("simulated desktop: activate self"), 2));
+        QCOMPARE(first.process.state(), QProcess::Running);
+    }
+
+    void theWindowStartsAfreshEachTimeItOpens() {
+        platform::SimulatedDesktop desktop(
+            testing::clientWorld({testing::window(QStringLiteral("Work desktop"))}));
+        QTemporaryDir reports;
+        OrvantaMacToolkitApp::Options options;
+        options.scriptsFolder = m_home.filePath(QStringLiteral("no-scripts"));
+        options.reportsFolder = QUrl::fromLocalFile(reports.path());
+        options.useMenuBar = false;
+        OrvantaMacToolkitApp shell(desktop.platform(), options);
+        QVERIFY(!shell.hasMenuBarItem());
+        QVERIFY(QApplication::quitOnLastWindowClosed());
+
+        // "Open Toolkit Window" brings the application forward first, then shows the window.
+        // The menu is rebuilt with every status change, so its actions are looked up afresh each time.
+        auto openAction = [&shell]() -> QAction* {
+            for (QAction* action : shell.menu()->actions()) {
+                if (action->text() == QStringLiteral("Open Toolkit Window"))
+                    return action;
+            }
+            return nullptr;
+        };
+        QVERIFY(openAction());
+        desktop.clearActions();
+        openAction()->trigger();
+        QCOMPARE(desktop.actionDescriptions(), QStringList{QStringLiteral("activate self")});
+        QPointer<window::MainWindow> first = shell.toolkitWindow();
+        QVERIFY(first && first->isVisible());
+
+        first->diagnostics()->durationPicker()->setCurrentIndex(MonitorDuration::untilStopped);
+        QCOMPARE(first->diagnostics()->monitorDuration(), MonitorDuration(MonitorDuration::untilStopped));
+        first->close();
+        QTRY_VERIFY(first.isNull());
+
+        openAction()->trigger();
+        window::MainWindow* second = shell.toolkitWindow();
+        QVERIFY(second);
+        QCOMPARE(second->diagnostics()->monitorDuration(), defaultMonitorDuration);
+        // The menu follows the monitor.
+        QTRY_COMPARE(shell.menu()->actions().first()->text(), QStringLiteral("Active Sessions (1)"));
+        QCOMPARE(shell.label().text, QStringLiteral("1\u25CF Work desktop"));
+    }
+
+private:
+    QTemporaryDir m_home;
+    QString m_world;
+    int m_worldNumber = 0;
+};
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    AppTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_app.moc"
