@@ -291,7 +291,7 @@ typeset -a RELAYS=()
 if orv_relay_peers; then
     RELAYS=($reply)
     orv_say "   INFO  relay peers (${ORV_RELAY_SOURCE}): ${(j:, :)RELAYS}"
-    orv_para note "Relay peers from ${ORV_RELAY_SOURCE}."
+    orv_para note "Relay peers (${ORV_RELAY_SOURCE}): ${(j:, :)RELAYS}."
     for r in $RELAYS; do
         orv_split $r 443
         if [[ $ORV_PORT == 443 ]]; then check_endpoint "Relay" $r tls; else check_endpoint "Relay" $r notls; fi
