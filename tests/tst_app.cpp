@@ -118,8 +118,9 @@ private Q_SLOTS:
 
     void aSecondLaunchShowsTheFirstAndLeaves() {
         AppProcess first(m_home.path(), m_world);
-        QVERIFY(first.waitForLine(QStringLiteral("app: toolkit window opened")));
-        QVERIFY(first.waitForLine(QStringLiteral("simulated desktop: activate self")));
+        QVERIFY(first.waitForLine(QStringLiteral("app: ready")));
+        // Where there is no menu bar the window opened at start, bringing the application forward once.
+        const int activations = int(first.lines.count(QStringLiteral("simulated desktop: activate self")));
 
         AppProcess second(m_home.path(), m_world);
         QVERIFY(second.process.waitForFinished(10000));
@@ -131,7 +132,8 @@ private Q_SLOTS:
         QVERIFY(!second.lines.contains(QStringLiteral("app: session monitor")));
 
         // The first copy brings itself forward for the window again, and keeps running.
-        QVERIFY(first.waitForLine(QStringLiteral("simulated desktop: activate self"), 2));
+        QVERIFY(first.waitForLine(QStringLiteral("simulated desktop: activate self"), activations + 1));
+        QVERIFY(first.lines.contains(QStringLiteral("app: toolkit window opened")));
         QCOMPARE(first.process.state(), QProcess::Running);
     }
 

@@ -55,9 +55,10 @@ public:
     ScriptRunner& traceRouteRunner() const { return *m_traceRouteRunner; }
     QMenu* menu() const { return m_menu.get(); }
     platform::StatusItemLabel label() const;
+    // With `verbose`, one "app: " line on standard error per step of the application's life.
+    void trace(const QString& step) const;
 
 private:
-    void trace(const QString& step) const;
     void updateLabel();
 
     const platform::Platform m_platform;

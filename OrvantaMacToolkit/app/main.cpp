@@ -148,5 +148,6 @@ int main(int argc, char* argv[]) {
                      &OrvantaMacToolkitApp::openToolkitWindow);
     if (!shell.hasMenuBarItem())
         shell.openToolkitWindow();
+    shell.trace(QStringLiteral("ready"));
     return QApplication::exec();
 }
