@@ -18,6 +18,7 @@
 #include <QFile>
 #include <QHeaderView>
 #include <QPlainTextEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTableView>
@@ -400,6 +401,18 @@ void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
     QCOMPARE(shownRows(table), byType);
     clickHeader(table, ReportsModel::actionsColumn);
     QCOMPARE(shownRows(table), byType);
+
+    // A reload that finds nothing new leaves the table alone: the row the user selected, and the button
+    // under the pointer, survive it.
+    const QRect second = table->visualRect(table->model()->index(1, ReportsModel::typeColumn));
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, second.center());
+    QCOMPARE(table->selectionModel()->selectedRows().size(), 1);
+    const QPointer<QWidget> cell = table->indexWidget(table->model()->index(1, ReportsModel::actionsColumn));
+    window.refreshReports();
+    QCOMPARE(shownRows(table), byType);
+    QCOMPARE(table->selectionModel()->selectedRows().size(), 1);
+    QCOMPARE(table->selectionModel()->selectedRows().first().row(), 1);
+    QVERIFY(cell);
 
     // A newer Trace Route report appears at the next tick, and the chosen order holds, the earlier
     // timestamp order breaking the tie between the two Trace Route reports.
