@@ -34,6 +34,12 @@ int compare(const ReportEntry& a, const ReportEntry& b, ReportSortComparator::Ke
     return order < 0 ? -1 : (order > 0 ? 1 : 0);
 }
 
+bool sameRows(const QList<ReportEntry>& a, const QList<ReportEntry>& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const ReportEntry& x, const ReportEntry& y) {
+        return x.url == y.url && x.script == y.script && x.modificationDate == y.modificationDate;
+    });
+}
+
 QIcon trashIcon(QWidget* widget) {
     const qreal ratio = widget->devicePixelRatioF();
     QPixmap pixmap(QSize(12, 12) * ratio);
@@ -187,7 +193,12 @@ bool ReportsSection::showsPlaceholder() const {
 }
 
 void ReportsSection::setReports(const QList<ReportEntry>& reports) {
-    showReports(sortedReports(reports, m_order));
+    QList<ReportEntry> sorted = sortedReports(reports, m_order);
+    // The list is reloaded every few seconds; rebuilding an unchanged table would drop the user's selection
+    // and replace the row buttons, losing a click that spans the reload.
+    if (sameRows(sorted, m_model->reports()))
+        return;
+    showReports(std::move(sorted));
 }
 
 void ReportsSection::headerClicked(int column) {

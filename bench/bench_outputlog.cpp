@@ -1,0 +1,153 @@
+// 50 MB of script output streamed through a real runner into the shown toolkit window: what one chunk costs
+// the window at the start and at the end of the stream (it must not grow with what the log already holds),
+// and the longest the main event loop went without turning (a 1 ms timer notes the largest gap between two
+// of its ticks).
+
+#include "DebugLog.h"
+#include "diagnostics/ScriptRunner.h"
+#include "permissions/PermissionsService.h"
+#include "platform/SimulatedDesktop.h"
+#include "session/SessionMonitor.h"
+#include "window/MainWindow.h"
+#include "window/OutputLogView.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QPlainTextEdit>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <memory>
+#include <sys/resource.h>
+
+using namespace orvanta;
+
+namespace {
+
+constexpr qint64 streamBytes = 50 * 1024 * 1024;
+
+// A Trace Route script that copies a prepared 50 MB text file to its output as fast as the pipe takes it.
+struct Stream {
+    QTemporaryDir dir;
+    Stream() {
+        QFile text(dir.filePath("stream.txt"));
+        text.open(QIODevice::WriteOnly);
+        QByteArray block;
+        for (int i = 0; block.size() < 1024 * 1024; ++i)
+            block += QByteArray::number(i).rightJustified(8, '0') + ' ' + QByteArray(90, 'x') + '\n';
+        for (qint64 written = 0; written < streamBytes; written += block.size())
+            text.write(block.left(std::min<qint64>(block.size(), streamBytes - written)));
+        text.close();
+        QFile script(dir.filePath(ScriptCatalog(ScriptCatalog::traceRoute).fileName()));
+        script.open(QIODevice::WriteOnly);
+        script.write("exec cat '" + dir.filePath("stream.txt").toUtf8() + "'\n");
+        script.close();
+        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+};
+
+// Mean of the values in [from, to).
+double mean(const QList<qint64>& values, qsizetype from, qsizetype to) {
+    if (to <= from)
+        return 0;
+    double sum = 0;
+    for (qsizetype i = from; i < to; ++i)
+        sum += double(values[i]);
+    return sum / double(to - from);
+}
+
+void BM_streamIntoShownLog(benchmark::State& state) {
+    static Stream stream;
+    platform::SimulatedDesktop desktop;
+    PermissionsService permissions(desktop.platform());
+    SessionMonitor monitor(desktop.platform(), std::make_shared<DebugLog>(2000, QString()));
+    QTemporaryDir reports;
+
+    for (auto _ : state) {
+        ScriptRunner reach(stream.dir.path()), monitorRunner(stream.dir.path()), trace(stream.dir.path());
+        window::MainWindow window(reach, monitorRunner, trace, monitor, permissions, desktop.platform(),
+                                  QUrl::fromLocalFile(reports.path()));
+        window.resize(720, 640);
+        window.show();
+        QCoreApplication::processEvents();
+
+        // The window's cost of one chunk: from the runner announcing it to the end of the window's handling
+        // (this handler is connected after the window's own).
+        QElapsedTimer clock;
+        qint64 chunkStart = 0;
+        QList<qint64> chunkNs;
+        chunkNs.reserve(200'000);
+        QObject::connect(&trace, &ScriptRunner::logAppended, [&] { chunkStart = clock.nsecsElapsed(); });
+        QObject::connect(&trace, &ScriptRunner::logBufferChanged, [&] {
+            if (chunkStart)
+                chunkNs << clock.nsecsElapsed() - chunkStart;
+            chunkStart = 0;
+        });
+
+        qint64 lastTick = -1, longestGapNs = 0;
+        QTimer ticker;
+        ticker.setTimerType(Qt::PreciseTimer);
+        ticker.setInterval(1);
+        QObject::connect(&ticker, &QTimer::timeout, [&] {
+            const qint64 now = clock.nsecsElapsed();
+            if (lastTick >= 0)
+                longestGapNs = std::max(longestGapNs, now - lastTick);
+            lastTick = now;
+        });
+
+        QEventLoop loop;
+        QObject::connect(&trace, &ScriptRunner::stateChanged, &loop, [&] {
+            if (!trace.isRunning())
+                loop.quit();
+        });
+        clock.start();
+        ticker.start();
+        trace.run(ScriptCatalog::traceRoute, {});
+        loop.exec();
+        // Whatever the last chunk left to lay out and paint still counts.
+        QElapsedTimer settle;
+        settle.start();
+        while (settle.elapsed() < 200)
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        ticker.stop();
+
+        if (trace.logBuffer().size() != streamBytes ||
+            window.output()->logArea()->document()->characterCount() < streamBytes)
+            state.SkipWithError("output incomplete");
+        const qsizetype tenth = chunkNs.size() / 10;
+        state.counters["chunks"] = double(chunkNs.size());
+        state.counters["bytes_per_chunk"] =
+            double(streamBytes) / double(std::max<qsizetype>(1, chunkNs.size()));
+        state.counters["us_per_chunk_first_10pct"] = mean(chunkNs, 0, tenth) / 1e3;
+        state.counters["us_per_chunk_middle_10pct"] =
+            mean(chunkNs, chunkNs.size() / 2 - tenth / 2, chunkNs.size() / 2 + tenth / 2) / 1e3;
+        state.counters["us_per_chunk_last_10pct"] =
+            mean(chunkNs, chunkNs.size() - tenth, chunkNs.size()) / 1e3;
+        state.counters["us_slowest_chunk"] =
+            chunkNs.isEmpty() ? 0 : double(*std::max_element(chunkNs.begin(), chunkNs.end())) / 1e3;
+        state.counters["ms_longest_stall"] = double(longestGapNs) / 1e6;
+    }
+    state.SetBytesProcessed(state.iterations() * streamBytes);
+    // The log is held twice: by the runner and by the view's document.
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    state.counters["MB_peak_resident"] = double(usage.ru_maxrss) / 1024;
+}
+BENCHMARK(BM_streamIntoShownLog)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,516 @@
+// Drives the toolkit window as a user would: real runners on small zsh scripts in a temporary folder, a
+// session monitor and permissions service over a simulated desktop with short timings, real report files in a
+// temporary folder. HOME and the freedesktop trash point into a temporary folder too (set in main), so moving
+// a report to the Trash never touches the real one.
+#include "DebugLog.h"
+#include "TestWorlds.h"
+#include "diagnostics/ScriptRunner.h"
+#include "permissions/PermissionsService.h"
+#include "session/SessionMonitor.h"
+#include "window/DiagnosticsSection.h"
+#include "window/MainWindow.h"
+#include "window/OutputLogView.h"
+#include "window/ReportsSection.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QHeaderView>
+#include <QPlainTextEdit>
+#include <QPointer>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+using namespace orvanta;
+using namespace orvanta::platform;
+using namespace orvanta::testing;
+namespace ui = orvanta::window;
+using ui::MainWindow;
+using ui::ReportsModel;
+
+namespace {
+
+constexpr int longWait = 15000; // generous: the machine is shared
+
+// Every script prints its arguments, then waits until the test releases it (a file named "<script>.go" in
+// the work folder) or, for the monitor, until it is terminated; the reach script writes a report as it ends.
+QString scriptText(ScriptCatalog script, const QString& work, const QString& reports) {
+    const QString go = work + u'/' + script.fileName() + QStringLiteral(".go");
+    switch (script) {
+    case ScriptCatalog::connectorReach:
+        return QStringLiteral(
+                   "print -r -- \"reach start [$*]\"\n"
+                   "while [[ ! -e '%1' ]]; do sleep 0.02; done\n"
+                   "print -r -- '<html></html>' > '%2/OrvantaMacClientReach_20250101-120000.html'\n"
+                   "print -r -- 'reach done'\n")
+            .arg(go, reports);
+    case ScriptCatalog::networkMonitor:
+        return QStringLiteral("trap 'print -r -- \"monitor stopped\"; exit 0' TERM\n"
+                              "print -r -- \"monitor args [$*] count $#\"\n"
+                              "while true; do sleep 0.02; done\n");
+    case ScriptCatalog::traceRoute:
+        return QStringLiteral("print -r -- \"trace start [$*]\"\n"
+                              "while [[ ! -e '%1' ]]; do sleep 0.02; done\n"
+                              "print -r -- 'trace done'\n")
+            .arg(go);
+    }
+    return {};
+}
+
+bool writeFile(const QString& path, const QByteArray& content, QFile::Permissions permissions = {}) {
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(content) != content.size())
+        return false;
+    file.close();
+    return !permissions || file.setPermissions(permissions);
+}
+
+QDateTime today(int hour) {
+    return QDateTime(QDate(2024, 5, 1), QTime(hour, 0), Qt::LocalTime);
+}
+
+// A report file in `folder` written at `when`, local time.
+QString addReport(const QString& folder, ScriptCatalog script, const QDateTime& when) {
+    const QString path = folder + u'/' + script.reportPrefix() +
+                         when.toString(QStringLiteral("yyyyMMdd-HHmmss")) + QStringLiteral(".html");
+    QFile file(path);
+    // Flushed first: a write after the date is set would move it to now.
+    if (!file.open(QIODevice::WriteOnly) || file.write("<html></html>") < 0 || !file.flush() ||
+        !file.setFileTime(when, QFileDevice::FileModificationTime))
+        return {};
+    return path;
+}
+
+QStringList listedNames(const ui::ReportsSection& section) {
+    QStringList names;
+    for (const ReportEntry& entry : section.reports())
+        names.append(entry.url.fileName());
+    return names;
+}
+
+// What the table shows, top to bottom: "timestamp | type" per row.
+QStringList shownRows(QTableView* table) {
+    QStringList rows;
+    const QAbstractItemModel* model = table->model();
+    for (int row = 0; row < model->rowCount(); ++row)
+        rows.append(model->index(row, ReportsModel::timestampColumn).data().toString() +
+                    QStringLiteral(" | ") + model->index(row, ReportsModel::typeColumn).data().toString());
+    return rows;
+}
+
+void clickHeader(QTableView* table, int column) {
+    QHeaderView* header = table->horizontalHeader();
+    const QPoint centre(header->sectionViewportPosition(column) + header->sectionSize(column) / 2,
+                        header->height() / 2);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, centre);
+}
+
+// The shared objects of the application, over one simulated desktop, and a window on them.
+struct Fixture {
+    QTemporaryDir work;
+    QString scripts;
+    QString reports;
+    SimulatedDesktop desktop;
+    std::unique_ptr<PermissionsService> permissions;
+    std::unique_ptr<SessionMonitor> monitor;
+    std::unique_ptr<ScriptRunner> reachRunner, monitorRunner, traceRunner;
+    std::unique_ptr<MainWindow> window;
+
+    explicit Fixture(SimWorld world) : desktop(std::move(world)) {
+        scripts = work.filePath(QStringLiteral("scripts"));
+        reports = work.filePath(QStringLiteral("Desktop"));
+        QDir().mkpath(scripts);
+        QDir().mkpath(reports);
+        for (ScriptCatalog script : ScriptCatalog::allCases())
+            writeFile(scripts + u'/' + script.fileName(), scriptText(script, work.path(), reports).toUtf8(),
+                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        permissions = std::make_unique<PermissionsService>(desktop.platform(), nullptr, 100);
+        monitor =
+            std::make_unique<SessionMonitor>(desktop.platform(), std::make_shared<DebugLog>(2000, QString()),
+                                             nullptr, SessionMonitorTiming{150, 3000});
+        reachRunner = std::make_unique<ScriptRunner>(scripts);
+        monitorRunner = std::make_unique<ScriptRunner>(scripts);
+        traceRunner = std::make_unique<ScriptRunner>(scripts);
+        permissions->start();
+        monitor->start();
+    }
+    ~Fixture() {
+        window.reset();
+        // The runners end their children as they go; the monitor and the service stop their queues.
+    }
+
+    MainWindow& open() {
+        window = std::make_unique<MainWindow>(*reachRunner, *monitorRunner, *traceRunner, *monitor,
+                                              *permissions, desktop.platform(), QUrl::fromLocalFile(reports));
+        window->resize(720, 640);
+        window->show();
+        if (!QTest::qWaitForWindowExposed(window.get()))
+            qWarning("window not exposed");
+        return *window;
+    }
+
+    void release(ScriptCatalog script) {
+        writeFile(work.filePath(script.fileName() + QStringLiteral(".go")), "go");
+    }
+
+    QPushButton* runButton(ScriptCatalog script) const { return window->diagnostics()->card(script).run; }
+    QPushButton* openLatestButton(ScriptCatalog script) const {
+        return window->diagnostics()->card(script).openLatest;
+    }
+    QString log() const { return window->output()->shownText(); }
+    bool cancelShown() const { return window->output()->cancelButton()->isVisible(); }
+    QStringList opened() const {
+        QStringList urls;
+        for (const QString& action : desktop.actionDescriptions())
+            if (action.startsWith(QStringLiteral("open ")))
+                urls.append(action.mid(5));
+        return urls;
+    }
+};
+
+} // namespace
+
+class MainWindowTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void freshWindowThenOneRunFromItsCard();
+    void overlappingRunsShowTheLatestStartedThenTheOneStillGoing();
+    void durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns();
+    void startThatFailsLeavesNoTimeStamp();
+    void openLatestReportFollowsTheReportsOfEachScript();
+    void sortingByClicksSurvivesTheTimedReload();
+    void trashingTheOnlyReportShowsThePlaceholder();
+    void permissionsPanelFollowsTrust();
+    void focusButtonFollowsTheSessionsAndFocusesTheFirst();
+};
+
+void MainWindowTest::initTestCase() {
+    if (!QFile::exists(ScriptRunner::zshPath))
+        QSKIP("/bin/zsh is not installed");
+}
+
+void MainWindowTest::freshWindowThenOneRunFromItsCard() {
+    Fixture f(clientWorld());
+    MainWindow& window = f.open();
+    QCOMPARE(window.minimumSize(), QSize(600, 400));
+    window.resize(300, 200);
+    QVERIFY(window.width() >= 600 && window.height() >= 400);
+    window.resize(720, 640);
+
+    QCOMPARE(f.log(), ui::OutputLogView::placeholderText);
+    QVERIFY(!f.cancelShown());
+    QCOMPARE(window.diagnostics()->durationPicker()->currentText(), QStringLiteral("1 hour"));
+    QVERIFY(window.reports()->showsPlaceholder());
+    for (ScriptCatalog script : ScriptCatalog::allCases()) {
+        QVERIFY(!window.activity(script).lastStarted && !window.activity(script).lastCompleted);
+        QVERIFY(f.runButton(script)->isEnabled());
+    }
+
+    QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
+    QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("trace start []\n"), longWait);
+    QTRY_VERIFY(f.cancelShown());
+    QCOMPARE(f.window->output()->cancelButton()->toolTip(),
+             QStringLiteral("Stop the currently running diagnostic."));
+    QVERIFY(!f.runButton(ScriptCatalog::traceRoute)->isEnabled());
+    QVERIFY(f.runButton(ScriptCatalog::connectorReach)->isEnabled());
+    QVERIFY(f.runButton(ScriptCatalog::networkMonitor)->isEnabled());
+    QVERIFY(window.activity(ScriptCatalog::traceRoute).lastStarted);
+
+    f.release(ScriptCatalog::traceRoute);
+    QTRY_VERIFY_WITH_TIMEOUT(!f.cancelShown(), longWait);
+    // The log keeps the output of the run that has just ended.
+    QCOMPARE(f.log(), QStringLiteral("trace start []\ntrace done\n"));
+    QVERIFY(f.runButton(ScriptCatalog::traceRoute)->isEnabled());
+    const ui::RunnerActivity& trace = window.activity(ScriptCatalog::traceRoute);
+    QVERIFY(trace.lastCompleted && *trace.lastStarted <= *trace.lastCompleted);
+    QScrollBar* bar = window.output()->logArea()->verticalScrollBar();
+    QCOMPARE(bar->value(), bar->maximum());
+}
+
+void MainWindowTest::overlappingRunsShowTheLatestStartedThenTheOneStillGoing() {
+    Fixture f(clientWorld());
+    MainWindow& window = f.open();
+    QTest::mouseClick(f.runButton(ScriptCatalog::networkMonitor), Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(f.log().startsWith(QStringLiteral("monitor args")), longWait);
+    QTRY_VERIFY(window.activity(ScriptCatalog::networkMonitor).lastStarted);
+
+    // A start stamped in the same millisecond would tie, and the tie goes to the reach runner anyway.
+    QTest::qWait(5);
+    QTest::mouseClick(f.runButton(ScriptCatalog::connectorReach), Qt::LeftButton);
+    QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("reach start []\n"), longWait);
+    QVERIFY(f.cancelShown());
+    QCOMPARE(&window.activeRunner(), f.reachRunner.get());
+
+    f.release(ScriptCatalog::connectorReach);
+    QTRY_VERIFY_WITH_TIMEOUT(!f.reachRunner->isRunning(), longWait);
+    QTRY_VERIFY(f.log().startsWith(QStringLiteral("monitor args")));
+    QCOMPARE(&window.activeRunner(), f.monitorRunner.get());
+    QVERIFY(f.cancelShown());
+    QVERIFY(window.activity(ScriptCatalog::connectorReach).lastCompleted);
+    // The report the reach run wrote was listed in the same update that noticed the end of the run, not at
+    // a tick of the timer.
+    QCOMPARE(window.reports()->reports().size(), 1);
+    QVERIFY(f.openLatestButton(ScriptCatalog::connectorReach)->isEnabled());
+
+    // "Cancel" stops only the shown run; the output of its end still arrives.
+    QTest::mouseClick(f.window->output()->cancelButton(), Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(!f.cancelShown(), longWait);
+    QVERIFY(f.log().endsWith(QStringLiteral("monitor stopped\n")));
+    QCOMPARE(&window.activeRunner(), f.monitorRunner.get());
+    QCOMPARE(f.reachRunner->logBuffer(), QStringLiteral("reach start []\nreach done\n"));
+}
+
+void MainWindowTest::durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns() {
+    Fixture f(clientWorld());
+    MainWindow& window = f.open();
+    QComboBox* picker = window.diagnostics()->durationPicker();
+    QCOMPARE(picker->width(), 110);
+    QStringList labels;
+    for (int i = 0; i < picker->count(); ++i)
+        labels.append(picker->itemText(i));
+    QCOMPARE(labels, (QStringList{"15 min", "30 min", "1 hour", "2 hours", "4 hours", "8 hours", "12 hours",
+                                  "Until stopped"}));
+
+    auto runMonitorAndStop = [&](const QString& expectedFirstLine) {
+        QTest::mouseClick(f.runButton(ScriptCatalog::networkMonitor), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(f.log().startsWith(expectedFirstLine), longWait);
+        QVERIFY(!picker->isEnabled());
+        QVERIFY(f.runButton(ScriptCatalog::traceRoute)->isEnabled());
+        QTest::mouseClick(window.output()->cancelButton(), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(!f.monitorRunner->isRunning(), longWait);
+        QVERIFY(picker->isEnabled());
+    };
+
+    runMonitorAndStop(QStringLiteral("monitor args [] count 0\n"));
+    picker->setFocus();
+    QTest::keyClick(picker, Qt::Key_End);
+    QCOMPARE(picker->currentText(), QStringLiteral("Until stopped"));
+    runMonitorAndStop(QStringLiteral("monitor args [--indefinite] count 1\n"));
+    QTest::keyClick(picker, Qt::Key_Home);
+    QCOMPARE(picker->currentText(), QStringLiteral("15 min"));
+    runMonitorAndStop(QStringLiteral("monitor args [--duration 15] count 2\n"));
+
+    // The chosen duration is the monitor's alone.
+    QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
+    QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("trace start []\n"), longWait);
+    f.release(ScriptCatalog::traceRoute);
+    QTRY_VERIFY_WITH_TIMEOUT(!f.traceRunner->isRunning(), longWait);
+
+    // A window opened afresh while the monitor goes on: its output again, no time stamps, default duration.
+    QTest::keyClick(picker, Qt::Key_End);
+    QTest::mouseClick(f.runButton(ScriptCatalog::networkMonitor), Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(f.log().startsWith(QStringLiteral("monitor args [--indefinite]")), longWait);
+    MainWindow& reopened = f.open();
+    QCOMPARE(f.log(), f.monitorRunner->logBuffer());
+    QVERIFY(f.cancelShown());
+    QVERIFY(!reopened.diagnostics()->durationPicker()->isEnabled());
+    QCOMPARE(reopened.diagnostics()->durationPicker()->currentText(), QStringLiteral("1 hour"));
+    for (ScriptCatalog script : ScriptCatalog::allCases())
+        QVERIFY(!reopened.activity(script).lastStarted && !reopened.activity(script).lastCompleted);
+    QTest::mouseClick(reopened.output()->cancelButton(), Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(!f.cancelShown(), longWait);
+    QVERIFY(f.log().endsWith(QStringLiteral("monitor stopped\n")));
+    QVERIFY(reopened.activity(ScriptCatalog::networkMonitor).lastCompleted);
+}
+
+void MainWindowTest::startThatFailsLeavesNoTimeStamp() {
+    Fixture f(clientWorld());
+    MainWindow& window = f.open();
+    QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
+    QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("trace start []\n"), longWait);
+    f.release(ScriptCatalog::traceRoute);
+    QTRY_VERIFY_WITH_TIMEOUT(!f.cancelShown(), longWait);
+    const ui::RunnerActivity before = window.activity(ScriptCatalog::traceRoute);
+
+    QVERIFY(QFile::remove(f.scripts + u'/' + ScriptCatalog(ScriptCatalog::traceRoute).fileName()));
+    QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
+    QCOMPARE(f.traceRunner->state().kind(), ScriptRunner::RunState::Kind::failed);
+    QTest::qWait(50); // let the window take the change in
+    const ui::RunnerActivity& after = window.activity(ScriptCatalog::traceRoute);
+    QCOMPARE(after.lastStarted, before.lastStarted);
+    QCOMPARE(after.lastCompleted, before.lastCompleted);
+    QVERIFY(f.runButton(ScriptCatalog::traceRoute)->isEnabled());
+    QVERIFY(!f.cancelShown());
+    // A missing script leaves the output of the previous run in place.
+    QCOMPARE(f.log(), QStringLiteral("trace start []\ntrace done\n"));
+}
+
+void MainWindowTest::openLatestReportFollowsTheReportsOfEachScript() {
+    Fixture f(clientWorld());
+    MainWindow& window = f.open();
+    for (ScriptCatalog script : ScriptCatalog::allCases())
+        QVERIFY(!f.openLatestButton(script)->isEnabled());
+
+    const QString older = addReport(f.reports, ScriptCatalog::networkMonitor, today(9));
+    const QString newer = addReport(f.reports, ScriptCatalog::networkMonitor, today(11));
+    QVERIFY(!older.isEmpty() && !newer.isEmpty());
+    // Written by other means: listed at the next tick of the window's own timer.
+    QTRY_VERIFY_WITH_TIMEOUT(f.openLatestButton(ScriptCatalog::networkMonitor)->isEnabled(),
+                             MainWindow::refreshIntervalMs * 3);
+    QVERIFY(!f.openLatestButton(ScriptCatalog::connectorReach)->isEnabled());
+    QVERIFY(!f.openLatestButton(ScriptCatalog::traceRoute)->isEnabled());
+    QCOMPARE(window.reports()->reports().size(), 2);
+
+    QTest::mouseClick(f.openLatestButton(ScriptCatalog::networkMonitor), Qt::LeftButton);
+    QCOMPARE(f.opened(), QStringList{QUrl::fromLocalFile(newer).toString()});
+
+    // Gone since the card was drawn: the click does nothing.
+    QVERIFY(QFile::remove(older) && QFile::remove(newer));
+    QTest::mouseClick(f.openLatestButton(ScriptCatalog::networkMonitor), Qt::LeftButton);
+    QCOMPARE(f.opened().size(), 1);
+
+    // A row's "Open" hands over that row's report.
+    const QString trace = addReport(f.reports, ScriptCatalog::traceRoute, today(8));
+    window.refreshReports();
+    QVERIFY(!f.openLatestButton(ScriptCatalog::networkMonitor)->isEnabled());
+    QVERIFY(f.openLatestButton(ScriptCatalog::traceRoute)->isEnabled());
+    QTableView* table = window.reports()->table();
+    QWidget* cell = table->indexWidget(table->model()->index(0, ReportsModel::actionsColumn));
+    QVERIFY(cell);
+    QTest::mouseClick(cell->findChild<QPushButton*>(QStringLiteral("openReport")), Qt::LeftButton);
+    QCOMPARE(f.opened().last(), QUrl::fromLocalFile(trace).toString());
+}
+
+void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
+    Fixture f(clientWorld());
+    QVERIFY(!addReport(f.reports, ScriptCatalog::connectorReach, today(11)).isEmpty());
+    QVERIFY(!addReport(f.reports, ScriptCatalog::networkMonitor, today(12)).isEmpty());
+    QVERIFY(!addReport(f.reports, ScriptCatalog::traceRoute, today(10)).isEmpty());
+    MainWindow& window = f.open();
+    // Listed at once when the window is shown, newest first.
+    QTableView* table = window.reports()->table();
+    QCOMPARE(shownRows(table), (QStringList{"2024-05-01 12:00:00 | Network Monitor",
+                                            "2024-05-01 11:00:00 | Connector Reachability",
+                                            "2024-05-01 10:00:00 | Trace Route"}));
+    QCOMPARE(table->model()->headerData(ReportsModel::actionsColumn, Qt::Horizontal).toString(),
+             QStringLiteral("Actions"));
+
+    clickHeader(table, ReportsModel::timestampColumn);
+    QCOMPARE(shownRows(table),
+             (QStringList{"2024-05-01 10:00:00 | Trace Route", "2024-05-01 11:00:00 | Connector Reachability",
+                          "2024-05-01 12:00:00 | Network Monitor"}));
+    clickHeader(table, ReportsModel::typeColumn);
+    const QStringList byType{"2024-05-01 11:00:00 | Connector Reachability",
+                             "2024-05-01 12:00:00 | Network Monitor", "2024-05-01 10:00:00 | Trace Route"};
+    QCOMPARE(shownRows(table), byType);
+    clickHeader(table, ReportsModel::actionsColumn);
+    QCOMPARE(shownRows(table), byType);
+
+    // A reload that finds nothing new leaves the table alone: the row the user selected, and the button
+    // under the pointer, survive it.
+    const QRect second = table->visualRect(table->model()->index(1, ReportsModel::typeColumn));
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, second.center());
+    QCOMPARE(table->selectionModel()->selectedRows().size(), 1);
+    const QPointer<QWidget> cell = table->indexWidget(table->model()->index(1, ReportsModel::actionsColumn));
+    window.refreshReports();
+    QCOMPARE(shownRows(table), byType);
+    QCOMPARE(table->selectionModel()->selectedRows().size(), 1);
+    QCOMPARE(table->selectionModel()->selectedRows().first().row(), 1);
+    QVERIFY(cell);
+
+    // A newer Trace Route report appears at the next tick, and the chosen order holds, the earlier
+    // timestamp order breaking the tie between the two Trace Route reports.
+    QVERIFY(!addReport(f.reports, ScriptCatalog::traceRoute, today(13)).isEmpty());
+    QTRY_COMPARE_WITH_TIMEOUT(window.reports()->reports().size(), 4, MainWindow::refreshIntervalMs * 3);
+    QCOMPARE(shownRows(table), (byType + QStringList{"2024-05-01 13:00:00 | Trace Route"}));
+
+    clickHeader(table, ReportsModel::typeColumn);
+    QCOMPARE(shownRows(table).first(), QStringLiteral("2024-05-01 10:00:00 | Trace Route"));
+    QCOMPARE(listedNames(*window.reports()).last(),
+             QStringLiteral("OrvantaMacClientReach_20240501-110000.html"));
+}
+
+void MainWindowTest::trashingTheOnlyReportShowsThePlaceholder() {
+    Fixture f(clientWorld());
+    const QString report = addReport(f.reports, ScriptCatalog::connectorReach, today(10));
+    QVERIFY(!report.isEmpty());
+    MainWindow& window = f.open();
+    QVERIFY(!window.reports()->showsPlaceholder());
+    QTableView* table = window.reports()->table();
+    QWidget* cell = table->indexWidget(table->model()->index(0, ReportsModel::actionsColumn));
+    QVERIFY(cell);
+    auto* trash = cell->findChild<QPushButton*>(QStringLiteral("trashReport"));
+    QCOMPARE(trash->toolTip(), QStringLiteral("Move this report to the Trash."));
+    QTest::mouseClick(trash, Qt::LeftButton);
+
+    QTRY_VERIFY(window.reports()->showsPlaceholder());
+    QVERIFY(window.reports()->placeholder()->isVisible());
+    QVERIFY(!f.openLatestButton(ScriptCatalog::connectorReach)->isEnabled());
+    QVERIFY(f.desktop.actionDescriptions().contains(QStringLiteral("trash ") + report));
+    // The file went to the (temporary) freedesktop trash, not into nothing.
+    QVERIFY(!QFile::exists(report));
+    const QString trashed = qEnvironmentVariable("XDG_DATA_HOME") + QStringLiteral("/Trash/files/") +
+                            QFileInfo(report).fileName();
+    QVERIFY2(QFile::exists(trashed), qPrintable(trashed));
+}
+
+void MainWindowTest::permissionsPanelFollowsTrust() {
+    SimWorld world = clientWorld();
+    world.accessibilityTrusted = false;
+    Fixture f(world);
+    MainWindow& window = f.open();
+    QWidget* panel = window.permissionsPanel();
+    QVERIFY(panel->isVisible());
+    const int panelTop = panel->y();
+    auto* grant = panel->findChild<QPushButton*>();
+    QCOMPARE(grant->text(), QStringLiteral("Grant"));
+    QTest::mouseClick(grant, Qt::LeftButton);
+    QCOMPARE(f.opened(), QStringList{PermissionsService::accessibilitySettingsURL().toString()});
+
+    f.desktop.updateWorld([](SimWorld& w) { w.accessibilityTrusted = true; });
+    QTRY_VERIFY_WITH_TIMEOUT(!panel->isVisible(), longWait);
+    // The diagnostics move up into its place.
+    QTRY_COMPARE(window.diagnostics()->y(), panelTop);
+
+    f.desktop.updateWorld([](SimWorld& w) { w.accessibilityTrusted = false; });
+    QTRY_VERIFY_WITH_TIMEOUT(panel->isVisible(), longWait);
+    QTRY_VERIFY(window.diagnostics()->y() > panelTop + panel->height());
+}
+
+void MainWindowTest::focusButtonFollowsTheSessionsAndFocusesTheFirst() {
+    Fixture f(
+        clientWorld({testing::window(QStringLiteral("Desk 1")), testing::window(QStringLiteral("Desk 2"))}));
+    MainWindow& window = f.open();
+    QPushButton* focus = window.focusButton();
+    QCOMPARE(focus->text(), QStringLiteral("Focus Active Session"));
+    QTRY_VERIFY_WITH_TIMEOUT(focus->isEnabled(), longWait);
+    const QList<SessionInfo> sessions = f.monitor->status().sessions();
+    QCOMPARE(sessions.size(), 2);
+    QCOMPARE(sessions.first().title, QStringLiteral("Desk 1"));
+
+    f.desktop.clearActions();
+    QTest::mouseClick(focus, Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(f.desktop.actionDescriptions().size() >= 3, longWait);
+    const QStringList actions = f.desktop.actionDescriptions();
+    QCOMPARE(actions[0], QStringLiteral("activate self"));
+    QCOMPARE(actions[1], QStringLiteral("activate pid=%1 options=1").arg(clientPid));
+    QVERIFY2(actions[2].startsWith(QStringLiteral("AXRaise")) &&
+                 actions[2].contains(QStringLiteral("\"Desk 1\"")),
+             qPrintable(actions[2]));
+
+    // The client quits: no session, no focusing.
+    f.desktop.updateWorld([](SimWorld& w) { w.runningApplications.clear(); });
+    QTRY_VERIFY_WITH_TIMEOUT(!focus->isEnabled(), longWait);
+}
+
+int main(int argc, char** argv) {
+    // Everything a window action may write lands in a temporary home: the Trash above all.
+    QTemporaryDir home;
+    if (!home.isValid())
+        return 1;
+    qputenv("HOME", home.path().toUtf8());
+    qputenv("XDG_DATA_HOME", (home.path() + QStringLiteral("/.local/share")).toUtf8());
+    QDir().mkpath(home.path() + QStringLiteral("/.local/share"));
+    QApplication app(argc, argv);
+    MainWindowTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_mainwindow.moc"
