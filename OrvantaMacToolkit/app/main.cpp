@@ -5,6 +5,7 @@
 #include "app/ScriptsFolder.h"
 #include "app/SingleInstance.h"
 #include "diagnostics/ReportCatalog.h"
+#include "diagnostics/ScriptRunner.h"
 #include "window/MainWindow.h"
 
 #include <QApplication>
@@ -21,6 +22,7 @@ using namespace orvanta;
 namespace {
 
 const QString screenshotOption = QStringLiteral("screenshot");
+const QString runOption = QStringLiteral("run");
 
 // Options that never show anything run without a display.
 bool needsNoDisplay(int argc, char* argv[]) {
@@ -59,13 +61,28 @@ QString instanceKey(const app::CommandLineOptions& options) {
     return key;
 }
 
-int takeScreenshot(OrvantaMacToolkitApp& shell, const QString& file) {
+std::optional<ScriptCatalog> scriptNamed(const QString& name) {
+    if (name == QStringLiteral("reach"))
+        return ScriptCatalog::connectorReach;
+    if (name == QStringLiteral("monitor"))
+        return ScriptCatalog::networkMonitor;
+    if (name == QStringLiteral("trace"))
+        return ScriptCatalog::traceRoute;
+    return std::nullopt;
+}
+
+// Renders the toolkit window once the first detection pass is in and the reports have been read, or, with a
+// script to run first, once that run has ended (at most two minutes later).
+int takeScreenshot(OrvantaMacToolkitApp& shell, const QString& file, std::optional<ScriptCatalog> runFirst) {
     shell.openToolkitWindow();
     window::MainWindow* window = shell.toolkitWindow();
     window->resize(720, 640);
     int status = 1;
-    // After the first detection pass has been published and the reports read once.
+    bool captured = false;
     auto capture = [&] {
+        if (captured)
+            return;
+        captured = true;
         window->refreshReports();
         if (window->grab().save(file, "PNG")) {
             app::printLines({file});
@@ -75,7 +92,17 @@ int takeScreenshot(OrvantaMacToolkitApp& shell, const QString& file) {
         }
         QCoreApplication::exit(status);
     };
-    QTimer::singleShot(1500, window, capture);
+    if (runFirst) {
+        ScriptRunner& runner = window->runnerFor(*runFirst);
+        QObject::connect(&runner, &ScriptRunner::stateChanged, window, [&runner, window, capture] {
+            if (!runner.isRunning())
+                QTimer::singleShot(500, window, capture);
+        });
+        runner.run(*runFirst, {});
+        QTimer::singleShot(120000, window, capture);
+    } else {
+        QTimer::singleShot(1500, window, capture);
+    }
     QApplication::exec();
     return status;
 }
@@ -100,9 +127,20 @@ int main(int argc, char* argv[]) {
         {screenshotOption,
          QStringLiteral("Render the toolkit window offscreen, save it as PNG to <file>, and exit."),
          QStringLiteral("file")});
+    parser.addOption(
+        {runOption,
+         QStringLiteral("With --screenshot: run <script> (reach, monitor or trace) first and take the "
+                        "picture when it has ended."),
+         QStringLiteral("script")});
     parser.process(*application);
     const app::CommandLineOptions options = app::readOptions(parser);
     const QString screenshotFile = parser.value(screenshotOption);
+    const std::optional<ScriptCatalog> runFirst = scriptNamed(parser.value(runOption));
+    if (parser.isSet(runOption) && (!runFirst || screenshotFile.isEmpty())) {
+        app::printErrorLines(
+            {QStringLiteral("--run takes reach, monitor or trace, and goes with --screenshot")});
+        return 2;
+    }
 
     QString error;
     const auto mode = options.detect ? app::PlatformHost::Mode::onePass : app::PlatformHost::Mode::running;
@@ -142,7 +180,7 @@ int main(int argc, char* argv[]) {
     shellOptions.useMenuBar = screenshotFile.isEmpty();
     OrvantaMacToolkitApp shell(host->platform(), shellOptions);
     if (!screenshotFile.isEmpty())
-        return takeScreenshot(shell, screenshotFile);
+        return takeScreenshot(shell, screenshotFile, runFirst);
 
     QObject::connect(&instance, &SingleInstance::showRequested, &shell,
                      &OrvantaMacToolkitApp::openToolkitWindow);
