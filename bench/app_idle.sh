@@ -3,6 +3,8 @@
 # session, lets it run for a while (60 s unless given), and reports the CPU time it used and its peak
 # resident memory, read from /proc (Linux only).
 #   bench/app_idle.sh [BINARY] [SECONDS]
+# With DESKTOP_FILES=N the Desktop holds N other files and 25 reports, which the open toolkit window (headless,
+# it opens at start) lists again every 5 s.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 binary=${1:-build/release/orvanta-mac-toolkit}
@@ -25,6 +27,12 @@ JSON
 
 # A home of its own, so a running copy of the application and the user's Desktop are left alone.
 mkdir -p "$work/home/Desktop"
+desktop_files=${DESKTOP_FILES:-0}
+if [ "$desktop_files" -gt 0 ]; then
+    (cd "$work/home/Desktop" && seq -f 'note-%g.txt' 1 "$desktop_files" | xargs touch &&
+        seq -f 'OrvantaMacClientReach_2025%g.html' 1 25 | xargs touch)
+    echo "desktop: $desktop_files files and 25 reports"
+fi
 HOME="$work/home" QT_QPA_PLATFORM=offscreen "$binary" --simulate "$work/world.json" >/dev/null 2>&1 &
 pid=$!
 sleep 3 # start-up is not what this measures

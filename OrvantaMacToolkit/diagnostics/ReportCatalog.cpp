@@ -71,22 +71,25 @@ QDateTime ReportCatalog::reportModificationDate(const QUrl& fileUrl) {
 }
 
 std::optional<QUrl> ReportCatalog::latestReport(ScriptCatalog script, const QUrl& folder) {
-    const QString prefix = script.reportPrefix();
-    const std::optional<QStringList> names = listFolder(
-        folder, [&](const QString& name) { return name.startsWith(prefix) && hasHtmlExtension(name); });
+    return latestReports(folder)[ScriptCatalog::Case(script)];
+}
+
+std::array<std::optional<QUrl>, 3> ReportCatalog::latestReports(const QUrl& folder) {
+    std::array<std::optional<QUrl>, 3> choices;
+    const std::optional<QStringList> names = listFolder(folder, isReportName);
     if (!names)
-        return std::nullopt;
-    std::optional<QUrl> choice;
-    QDateTime choiceDate;
+        return choices;
+    std::array<QDateTime, 3> choiceDates;
     for (const QString& name : *names) {
+        const int index = ScriptCatalog::Case(*reportScript(name));
         const QUrl url = entryUrl(folder, name);
         const QDateTime date = reportModificationDate(url);
-        if (!choice || date > choiceDate) {
-            choice = url;
-            choiceDate = date;
+        if (!choices[index] || date > choiceDates[index]) {
+            choices[index] = url;
+            choiceDates[index] = date;
         }
     }
-    return choice;
+    return choices;
 }
 
 QList<QUrl> ReportCatalog::recentReportURLs(const QUrl& folder, qsizetype limit) {

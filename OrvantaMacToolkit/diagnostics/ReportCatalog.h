@@ -7,6 +7,7 @@
 #include <QString>
 #include <QUrl>
 
+#include <array>
 #include <optional>
 
 namespace orvanta {
@@ -49,6 +50,8 @@ public:
 
     // The newest report of `script` directly in `folder`; of equal dates, the one listed first.
     static std::optional<QUrl> latestReport(ScriptCatalog script, const QUrl& folder);
+    // latestReport of every script, in catalog order, from one listing of the folder.
+    static std::array<std::optional<QUrl>, 3> latestReports(const QUrl& folder);
     // Up to `limit` reports of all scripts directly in `folder`, newest first; equal dates keep the order
     // of the listing, unreadable dates come last.
     static QList<QUrl> recentReportURLs(const QUrl& folder, qsizetype limit);

@@ -78,9 +78,11 @@ void DiagnosticsSection::setMonitorDuration(MonitorDuration duration) {
 }
 
 void DiagnosticsSection::refresh() {
+    // One listing for the three cards: a crowded Desktop is read once per refresh, not three times.
+    const std::array<std::optional<QUrl>, 3> latest = ReportCatalog::latestReports(m_reportsFolder);
     for (const Card& card : m_cards) {
         card.run->setEnabled(!card.runner->isRunning());
-        card.openLatest->setEnabled(ReportCatalog::latestReport(card.script, m_reportsFolder).has_value());
+        card.openLatest->setEnabled(latest[ScriptCatalog::Case(card.script)].has_value());
     }
     m_picker->setEnabled(!card(ScriptCatalog::networkMonitor).runner->isRunning());
 }
