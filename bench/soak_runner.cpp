@@ -99,6 +99,7 @@ int main(int argc, char** argv) {
     const int descriptorsAtLaunch = openDescriptors();
     ScriptRunner runner(folder.path());
     int failures = 0;
+    int printed = 0; // cycles whose child printed before it ended
     qint64 longestCycleMs = 0;
     const auto cycle = [&](int index) {
         QElapsedTimer timer;
@@ -111,6 +112,8 @@ int main(int argc, char** argv) {
             ++failures;
         else if (runner.state().kind() != ScriptRunner::RunState::Kind::completed)
             ++failures;
+        if (runner.logBuffer().contains(QLatin1String("started")))
+            ++printed;
         settle();
         longestCycleMs = std::max(longestCycleMs, timer.elapsed());
     };
@@ -133,7 +136,8 @@ int main(int argc, char** argv) {
     const pid_t reaped = waitpid(-1, &status, WNOHANG);
     const bool noChild = reaped == -1 && errno == ECHILD;
 
-    std::printf("cycles: %d (%d failed)\n", cycles, failures);
+    std::printf("cycles: %d (%d failed, %d with the child's output before the end)\n", cycles, failures,
+                printed);
     std::printf("time: %lld ms, %.2f ms per cycle, longest %lld ms\n", static_cast<long long>(elapsedMs),
                 double(elapsedMs) / cycles, static_cast<long long>(longestCycleMs));
     std::printf("open descriptors: %d at launch, %d after the first cycle, %d at the end\n",

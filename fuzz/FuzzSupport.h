@@ -20,6 +20,14 @@
 #include <cstring>
 #include <limits>
 
+// With FUZZ_TRACE set in the environment, writes a value to standard error: replaying a saved input then
+// shows what it was built into. The value is not even built otherwise.
+#define FUZZ_TRACE(label, value)                                                                             \
+    do {                                                                                                     \
+        if (orvanta::fuzzing::tracing())                                                                     \
+            orvanta::fuzzing::writeTrace(label, value);                                                      \
+    } while (0)
+
 #define FUZZ_CHECK(condition)                                                                                \
     do {                                                                                                     \
         if (!(condition)) {                                                                                  \
@@ -30,12 +38,12 @@
 
 namespace orvanta::fuzzing {
 
-// With FUZZ_TRACE set in the environment, writes a value to standard error: replaying a saved input then
-// shows what it was built into.
-inline void trace(const char* label, const QVariant& value) {
+inline bool tracing() {
     static const bool enabled = qEnvironmentVariableIsSet("FUZZ_TRACE");
-    if (!enabled)
-        return;
+    return enabled;
+}
+
+inline void writeTrace(const char* label, const QVariant& value) {
     QString shown;
     if (value.typeId() == QMetaType::QString) {
         for (const QChar c : value.toString())

@@ -32,7 +32,7 @@ void checkError(const QVariantMap& info, const SessionDetector::AppleScriptQuery
     const int code = expectedCode(info);
     const bool denied =
         code == SessionDetector::appleEventNotPermitted || code == SessionDetector::appleEventPrivilegeError;
-    trace("log", collector.lines);
+    FUZZ_TRACE("log", collector.lines);
     FUZZ_CHECK(result.titles.isEmpty());
     FUZZ_CHECK(result.permissionDenied == denied);
     FUZZ_CHECK(collector.lines.size() == 1);
@@ -87,8 +87,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         world.appleScript = AppleScriptResult{text};
     }
 
-    trace("error dictionary", info);
-    trace("text", text ? QVariant(*text) : QVariant());
+    FUZZ_TRACE("error dictionary", info);
+    FUZZ_TRACE("text", text ? QVariant(*text) : QVariant());
     SimulatedDesktop desktop(world);
     DebugCollector collector;
     const SessionDetector::AppleScriptQueryResult result =

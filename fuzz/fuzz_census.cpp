@@ -113,8 +113,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (listed)
         world.windowServer.value = consumeWindowList(input);
 
-    trace("clients", QVariant::fromValue(QList<Pid>(clients.cbegin(), clients.cend())));
-    trace("window list", world.windowServer.value);
+    FUZZ_TRACE("clients", QVariant::fromValue(QList<Pid>(clients.cbegin(), clients.cend())));
+    FUZZ_TRACE("window list", world.windowServer.value);
     SimulatedDesktop desktop(world);
     DebugCollector collector;
     const int count = SessionDetector::countLargeHiddenWindows(desktop.platform(), &collector);
@@ -123,8 +123,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     const std::optional<int> expected =
         clients.isEmpty() ? std::optional<int>() : expectedCount(clients, desktop.copyWindowInfo(16, 0));
-    trace("count", count);
-    trace("expected", expected ? QVariant(*expected) : QVariant());
+    FUZZ_TRACE("count", count);
+    FUZZ_TRACE("expected", expected ? QVariant(*expected) : QVariant());
     FUZZ_CHECK(count == expected.value_or(0));
     if (expected) {
         FUZZ_CHECK(collector.lines ==

@@ -100,8 +100,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             read < lengths.size() ? std::min(lengths[read], bytes.size() - at) : bytes.size() - at;
         const QByteArrayView chunk(bytes.data() + at, qsizetype(length));
         const std::optional<QString> text = decoder.decode(chunk);
-        fuzzing::trace("read", chunk.toByteArray().toHex(' '));
-        fuzzing::trace("decoded", text ? QVariant(*text) : QVariant());
+        FUZZ_TRACE("read", chunk.toByteArray().toHex(' '));
+        FUZZ_TRACE("decoded", text ? QVariant(*text) : QVariant());
         at += length;
         if (text)
             joined += *text;
@@ -112,8 +112,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Compared with a decoding by hand: QString::fromUtf8 would drop an initial byte-order mark, which the
     // runner keeps.
     if (const std::optional<QString> whole = strictUtf8(bytes)) {
-        fuzzing::trace("whole", *whole);
-        fuzzing::trace("reuse", reuse);
+        FUZZ_TRACE("whole", *whole);
+        FUZZ_TRACE("reuse", reuse);
         FUZZ_CHECK(!dropped);
         FUZZ_CHECK(joined == *whole);
     }

@@ -101,8 +101,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QString u = textFromBytes(input.ConsumeRandomLengthString(256), utf16);
     const QString t = textFromBytes(input.ConsumeRemainingBytesAsString(), utf16);
 
-    trace("t", t);
-    trace("u", u);
+    FUZZ_TRACE("t", t);
+    FUZZ_TRACE("u", u);
     checkCanonicalEquality(t, u);
     checkTrimming(t);
     checkUpperCase(t, u);
