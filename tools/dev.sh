@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Sets up a fresh machine (Debian 12 as root or with sudo; macOS with Homebrew), then builds and either
-# starts the application (run) or runs every test (test). Further arguments after "run" go to the program.
+# starts the application (run), runs every test (test), runs every test under the address and undefined-behaviour
+# sanitizers (asan), or runs the benchmarks (bench). Further arguments after "run" go to the program.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 usage() {
-    echo "usage: tools/dev.sh run [program options] | test | bench" >&2
+    echo "usage: tools/dev.sh run [program options] | test | asan | bench" >&2
     exit 2
 }
 
@@ -61,6 +62,11 @@ test)
     install_dependencies
     build default
     ctest --preset default
+    ;;
+asan)
+    install_dependencies
+    build asan
+    ctest --preset asan
     ;;
 bench)
     install_dependencies libbenchmark-dev

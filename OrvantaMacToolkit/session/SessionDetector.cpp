@@ -30,6 +30,52 @@ qint64 truncatedForLog(double value) {
     return static_cast<qint64>(value);
 }
 
+// Numbers in error dictionaries and window descriptions may be of any of Qt's integer kinds; Bool is not a
+// number here.
+bool isSignedInteger(const QVariant& value) {
+    switch (value.typeId()) {
+    case QMetaType::Int:
+    case QMetaType::LongLong:
+    case QMetaType::Short:
+    case QMetaType::Long:
+    case QMetaType::Char:
+    case QMetaType::SChar:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool isUnsignedInteger(const QVariant& value) {
+    switch (value.typeId()) {
+    case QMetaType::UInt:
+    case QMetaType::ULongLong:
+    case QMetaType::UShort:
+    case QMetaType::ULong:
+    case QMetaType::UChar:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// The value of an integer of any kind when a 64-bit signed integer holds it. Unsigned values are read
+// unsigned, so a huge one never wraps around to a small or negative number.
+std::optional<qint64> int64Value(const QVariant& value) {
+    if (isSignedInteger(value))
+        return value.toLongLong();
+    if (isUnsignedInteger(value) &&
+        value.toULongLong() <= static_cast<qulonglong>(std::numeric_limits<qint64>::max()))
+        return static_cast<qint64>(value.toULongLong());
+    return std::nullopt;
+}
+
+bool isNonZeroInteger(const QVariant& value) {
+    if (isSignedInteger(value))
+        return value.toLongLong() != 0;
+    return isUnsignedInteger(value) && value.toULongLong() != 0;
+}
+
 QString textAttribute(Accessibility& ax, const AXElement& element, const QString& name) {
     const AXAttributeResult result = ax.copyAttributeValue(element, name);
     if (result.error != axError::success)
@@ -198,22 +244,9 @@ SessionDetector::AppleScriptQueryResult SessionDetector::queryAppleScriptWindows
         return result;
 
     if (const auto* error = std::get_if<AppleScriptError>(&outcome)) {
-        // Only an integer counts as the error number; anything else (a text, a floating-point number, a
-        // Boolean) reads as 0.
-        const QVariant number = error->info.value(appleScriptErrorNumberKey);
-        qint64 code = 0;
-        switch (number.typeId()) {
-        case QMetaType::Int:
-        case QMetaType::Short:
-        case QMetaType::Char:
-        case QMetaType::SChar:
-        case QMetaType::Long:
-        case QMetaType::LongLong:
-            code = number.toLongLong();
-            break;
-        default:
-            break;
-        }
+        // Only an integer counts as the error number, at its full width; anything else (a text, a
+        // floating-point number, a Boolean, an unsigned value beyond the signed range) reads as 0.
+        const qint64 code = int64Value(error->info.value(appleScriptErrorNumberKey)).value_or(0);
         result.permissionDenied = code == appleEventNotPermitted || code == appleEventPrivilegeError;
         log(collector, QStringLiteral("AS detect: error code=%1 permissionDenied=%2")
                            .arg(code)
@@ -251,21 +284,6 @@ int SessionDetector::countLargeHiddenWindows(const Platform& platform, DebugColl
         if (entry.typeId() != QMetaType::QVariantMap)
             return 0;
 
-    const auto isInteger = [](const QVariant& value) {
-        switch (value.typeId()) {
-        case QMetaType::Int:
-        case QMetaType::UInt:
-        case QMetaType::LongLong:
-        case QMetaType::ULongLong:
-        case QMetaType::Short:
-        case QMetaType::UShort:
-        case QMetaType::Long:
-        case QMetaType::ULong:
-            return true;
-        default:
-            return false;
-        }
-    };
     const auto isFloatingPoint = [](const QVariant& value) {
         return value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float;
     };
@@ -277,7 +295,7 @@ int SessionDetector::countLargeHiddenWindows(const Platform& platform, DebugColl
         if (owner.typeId() != QMetaType::Int || !clientPids.contains(owner.toInt()))
             continue;
         const QVariant layer = window.value(windowList::layer);
-        if (isInteger(layer) && layer.toLongLong() != 0)
+        if (isNonZeroInteger(layer))
             continue;
         const QVariant boundsValue = window.value(windowList::bounds);
         if (boundsValue.typeId() != QMetaType::QVariantMap)

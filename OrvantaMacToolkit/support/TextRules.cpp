@@ -25,10 +25,25 @@ bool containsIgnoringCase(const QString& text, const QString& fragment) {
     return fullUpper(text).contains(fullUpper(fragment));
 }
 
+namespace {
+
+// The next grapheme boundary after the current one, or -1 at the end. Qt's finder can report a boundary
+// between the two halves of a surrogate pair when the text also holds characters of a script it tailors
+// (Gurmukhi digits, say); such a boundary is skipped, so a character is never cut in two.
+qsizetype nextBoundary(QTextBoundaryFinder& finder, const QString& text) {
+    qsizetype next = finder.toNextBoundary();
+    while (next > 0 && next < text.size() && text.at(next - 1).isHighSurrogate() &&
+           text.at(next).isLowSurrogate())
+        next = finder.toNextBoundary();
+    return next;
+}
+
+} // namespace
+
 qsizetype graphemeCount(const QString& text) {
     QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
     qsizetype count = 0;
-    while (finder.toNextBoundary() != -1)
+    while (nextBoundary(finder, text) != -1)
         ++count;
     return count;
 }
@@ -40,7 +55,7 @@ QString graphemePrefix(const QString& text, qsizetype count) {
     qsizetype seen = 0;
     qsizetype position = 0;
     while (seen < count) {
-        const qsizetype next = finder.toNextBoundary();
+        const qsizetype next = nextBoundary(finder, text);
         if (next == -1)
             return text;
         position = next;
