@@ -87,7 +87,7 @@ MainWindow::MainWindow(ScriptRunner& reachRunner, ScriptRunner& monitorRunner, S
     connect(m_output, &OutputLogView::cancelRequested, this, [this] { activeRunner().cancel(); });
 
     for (int i = 0; i < 3; ++i) {
-        m_sampledRunning[i] = m_runners[i]->isRunning();
+        m_activity[i].running = m_runners[i]->isRunning();
         connect(m_runners[i], &ScriptRunner::stateChanged, this, &MainWindow::scheduleUpdate);
         // Output is shown as it arrives; the cost of a chunk does not depend on what is already shown.
         connect(m_runners[i], &ScriptRunner::logBufferChanged, this, &MainWindow::syncLog);
@@ -116,10 +116,7 @@ ScriptRunner& MainWindow::runnerFor(ScriptCatalog script) const {
 }
 
 ScriptRunner& MainWindow::activeRunner() const {
-    std::array<RunnerActivity, 3> activity = m_activity;
-    for (int i = 0; i < 3; ++i)
-        activity[i].running = m_runners[i]->isRunning();
-    return *m_runners[activeRunnerIndex(activity)];
+    return *m_runners[activeRunnerIndex(m_activity)];
 }
 
 QWidget* MainWindow::makeHeader() {
@@ -227,9 +224,9 @@ void MainWindow::syncRunStamps() {
     bool ended = false;
     for (int i = 0; i < 3; ++i) {
         const bool running = m_runners[i]->isRunning();
-        if (running == m_sampledRunning[i])
+        if (running == m_activity[i].running)
             continue;
-        m_sampledRunning[i] = running;
+        m_activity[i].running = running;
         const QDateTime now = QDateTime::currentDateTime();
         if (running) {
             m_activity[i].lastStarted = now;
@@ -243,10 +240,7 @@ void MainWindow::syncRunStamps() {
 }
 
 void MainWindow::syncLog() {
-    std::array<RunnerActivity, 3> activity = m_activity;
-    for (int i = 0; i < 3; ++i)
-        activity[i].running = m_sampledRunning[i];
-    const int active = activeRunnerIndex(activity);
+    const int active = activeRunnerIndex(m_activity);
     const QString& buffer = m_runners[active]->logBuffer();
     if (active != m_shownRunner || buffer.size() < m_shownSize)
         m_output->showLog(buffer);
@@ -254,7 +248,7 @@ void MainWindow::syncLog() {
         m_output->appendLog(buffer.sliced(m_shownSize));
     m_shownRunner = active;
     m_shownSize = buffer.size();
-    m_output->setCancelVisible(m_sampledRunning[active]);
+    m_output->setCancelVisible(m_activity[active].running);
 }
 
 void MainWindow::syncSessionControls() {

@@ -80,8 +80,9 @@ private:
     const platform::Platform m_platform;
     const QUrl m_reportsFolder;
 
+    // Whether each runner ran at the last update, and when it last started and ended while the window was
+    // open.
     std::array<RunnerActivity, 3> m_activity;
-    std::array<bool, 3> m_sampledRunning{};
     bool m_updatePending = false;
     int m_shownRunner = -1;
     qsizetype m_shownSize = 0;
