@@ -1,7 +1,9 @@
 #include "platform/desktop/TrayMenuBarItem.h"
 
+#include <QCursor>
 #include <QFontMetricsF>
 #include <QGuiApplication>
+#include <QMenu>
 #include <QPainter>
 #include <QPalette>
 #include <QScreen>
@@ -25,7 +27,14 @@ qreal screenRatio() {
 
 } // namespace
 
-TrayMenuBarItem::TrayMenuBarItem(QObject* parent) : MenuBarItem(parent), m_tray(new QSystemTrayIcon(this)) {}
+TrayMenuBarItem::TrayMenuBarItem(QObject* parent) : MenuBarItem(parent), m_tray(new QSystemTrayIcon(this)) {
+    // Like the menu bar on macOS, a plain click opens the menu; trays show it by themselves only on a
+    // right click.
+    connect(m_tray, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger && m_tray->contextMenu())
+            m_tray->contextMenu()->popup(QCursor::pos());
+    });
+}
 
 TrayMenuBarItem::~TrayMenuBarItem() = default;
 
