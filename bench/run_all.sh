@@ -15,6 +15,7 @@ section() { printf '\n== %s\n' "$*"; }
 section "machine"
 echo "$(nproc) cores, $(awk '/MemTotal/ {printf "%.0f GiB", $2 / 1048576}' /proc/meminfo), load $(cut -d' ' -f1-3 /proc/loadavg)"
 for program in "$bin"/bench/bench_*; do
+    [ -f "$program" ] && [ -x "$program" ] || continue
     section "$(basename "$program")"
     "$program" --benchmark_counters_tabular=true 2>&1 | grep -v -E 'propagateSizeHints|^\*\*\*'
 done
