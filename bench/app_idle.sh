@@ -7,16 +7,8 @@
 # it opens at start) lists again every 5 s.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-binary=${1:-build/release/orvanta-mac-toolkit}
-seconds=${2:-60}
-[ -x "$binary" ] || { echo "no application binary at $binary (build the release preset first)" >&2; exit 2; }
-
-work=$(mktemp -d)
-cleanup() {
-    [ -n "${pid:-}" ] && kill "$pid" 2>/dev/null && wait "$pid" 2>/dev/null || true
-    rm -rf "$work"
-}
-trap cleanup EXIT
+default_seconds=60
+source bench/app_common.sh
 
 cat >"$work/world.json" <<'JSON'
 {
@@ -25,8 +17,6 @@ cat >"$work/world.json" <<'JSON'
 }
 JSON
 
-# A home of its own, so a running copy of the application and the user's Desktop are left alone.
-mkdir -p "$work/home/Desktop"
 desktop_files=${DESKTOP_FILES:-0}
 if [ "$desktop_files" -gt 0 ]; then
     (cd "$work/home/Desktop" && seq -f 'note-%g.txt' 1 "$desktop_files" | xargs touch &&

@@ -32,17 +32,23 @@ void BM_isExcludedTitle(benchmark::State& state) {
 }
 BENCHMARK(BM_isExcludedTitle);
 
-void BM_scanAXWindows50(benchmark::State& state) {
+// `count` windows of the client: every tenth untitled and unknown, those `auxiliary` picks the client's own
+// "Connection Center", the others sessions named "Desk N".
+QList<platform::SimWindow> clientWindows(int count, bool (*auxiliary)(int)) {
     QList<platform::SimWindow> windows;
-    for (int i = 0; i < 50; ++i) {
+    for (int i = 0; i < count; ++i) {
         if (i % 10 == 0)
             windows << window(QString(), 1920, 1080, QStringLiteral("AXUnknown"));
-        else if (i % 7 == 0)
+        else if (auxiliary(i))
             windows << window(QStringLiteral("Connection Center"), 900, 640);
         else
             windows << window(QStringLiteral("Desk %1").arg(i));
     }
-    platform::SimulatedDesktop desktop(clientWorld(windows));
+    return windows;
+}
+
+void BM_scanAXWindows50(benchmark::State& state) {
+    platform::SimulatedDesktop desktop(clientWorld(clientWindows(50, [](int i) { return i % 7 == 0; })));
     const platform::Platform platform = desktop.platform();
     for (auto _ : state) {
         DebugCollector collector;
@@ -56,16 +62,7 @@ BENCHMARK(BM_scanAXWindows50);
 // One whole pass on a client with 20 windows: 16 sessions, 2 auxiliary windows and 2 untitled ones; System
 // Events reports the same names, so the merge compares every name with every scanned title.
 void BM_detect20(benchmark::State& state) {
-    QList<platform::SimWindow> windows;
-    for (int i = 0; i < 20; ++i) {
-        if (i % 10 == 0)
-            windows << window(QString(), 1920, 1080, QStringLiteral("AXUnknown"));
-        else if (i % 10 == 5)
-            windows << window(QStringLiteral("Connection Center"), 900, 640);
-        else
-            windows << window(QStringLiteral("Desk %1").arg(i));
-    }
-    platform::SimulatedDesktop desktop(clientWorld(windows));
+    platform::SimulatedDesktop desktop(clientWorld(clientWindows(20, [](int i) { return i % 10 == 5; })));
     const platform::Platform platform = desktop.platform();
     for (auto _ : state) {
         DebugCollector collector;

@@ -6,17 +6,8 @@
 #   bench/soak_app.sh [BINARY] [SECONDS]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-binary=${1:-build/release/orvanta-mac-toolkit}
-seconds=${2:-600}
-[ -x "$binary" ] || { echo "no application binary at $binary (build the release preset first)" >&2; exit 2; }
-
-work=$(mktemp -d)
-cleanup() {
-    [ -n "${pid:-}" ] && kill "$pid" 2>/dev/null && wait "$pid" 2>/dev/null || true
-    rm -rf "$work"
-}
-trap cleanup EXIT
-mkdir -p "$work/home/Desktop"
+default_seconds=600
+source bench/app_common.sh
 
 # World number N: 0 to 3 sessions with titles that change, trust missing one second in seven.
 write_world() {
