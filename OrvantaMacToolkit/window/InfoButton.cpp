@@ -5,8 +5,6 @@
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
-#include <QPainter>
-#include <QSvgRenderer>
 #include <QToolButton>
 
 namespace orvanta::window {
@@ -14,18 +12,6 @@ namespace orvanta::window {
 namespace {
 
 constexpr int iconSize = 14;
-
-QPixmap infoPixmap(const QColor& color, qreal ratio) {
-    QPixmap pixmap(QSize(iconSize, iconSize) * ratio);
-    pixmap.setDevicePixelRatio(ratio);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    QSvgRenderer(QStringLiteral(":/icons/info.circle.svg"))
-        .render(&painter, QRectF(0, 0, iconSize, iconSize));
-    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-    painter.fillRect(QRectF(0, 0, iconSize, iconSize), color);
-    return pixmap;
-}
 
 } // namespace
 
@@ -38,7 +24,8 @@ InfoButton::InfoButton(const QString& helpArticle, const QString& description,
 
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    const QPixmap pixmap = infoPixmap(secondaryTextColor(palette()), devicePixelRatioF());
+    const QPixmap pixmap = renderSvg(QStringLiteral(":/icons/info.circle.svg"), iconSize, devicePixelRatioF(),
+                                     secondaryTextColor(palette()));
     setToolTip(description);
     if (m_url.isEmpty()) {
         auto* label = new QLabel(this);

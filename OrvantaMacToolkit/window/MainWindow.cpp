@@ -14,9 +14,7 @@
 #include <QCoreApplication>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QPainter>
 #include <QPushButton>
-#include <QSvgRenderer>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -32,23 +30,6 @@ const QString focusDetails = QStringLiteral(
     "Brings the currently active Orvanta RDP session window to the front. Session detection uses "
     "Accessibility queries against Microsoft Windows App, falling back to Apple Events through System Events "
     "when the AX path returns empty.");
-
-QPixmap renderSvg(const QString& path, qreal height, qreal ratio, std::optional<QColor> tint = {}) {
-    QSvgRenderer svg(path);
-    const QSizeF natural = svg.defaultSize().isEmpty() ? QSizeF(height, height) : QSizeF(svg.defaultSize());
-    const QSizeF size(natural.width() * height / natural.height(), height);
-    QPixmap pixmap((size * ratio).toSize());
-    pixmap.setDevicePixelRatio(ratio);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    svg.render(&painter, QRectF(QPointF(), size));
-    if (tint) {
-        painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-        painter.fillRect(QRectF(QPointF(), size), *tint);
-    }
-    return pixmap;
-}
 
 } // namespace
 

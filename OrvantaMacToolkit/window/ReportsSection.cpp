@@ -7,10 +7,8 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLocale>
-#include <QPainter>
 #include <QPushButton>
 #include <QStackedLayout>
-#include <QSvgRenderer>
 #include <QTableView>
 #include <QVBoxLayout>
 
@@ -38,18 +36,6 @@ bool sameRows(const QList<ReportEntry>& a, const QList<ReportEntry>& b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const ReportEntry& x, const ReportEntry& y) {
         return x.url == y.url && x.script == y.script && x.modificationDate == y.modificationDate;
     });
-}
-
-QIcon trashIcon(QWidget* widget) {
-    const qreal ratio = widget->devicePixelRatioF();
-    QPixmap pixmap(QSize(12, 12) * ratio);
-    pixmap.setDevicePixelRatio(ratio);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    QSvgRenderer(QStringLiteral(":/icons/xmark.svg")).render(&painter, QRectF(0, 0, 12, 12));
-    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-    painter.fillRect(QRectF(0, 0, 12, 12), QColor(Qt::red));
-    return QIcon(pixmap);
 }
 
 } // namespace
@@ -225,7 +211,8 @@ void ReportsSection::showReports(QList<ReportEntry> reports) {
 }
 
 void ReportsSection::installRowButtons() {
-    const QIcon xmark = trashIcon(this);
+    const QIcon xmark(
+        renderSvg(QStringLiteral(":/icons/xmark.svg"), 12, devicePixelRatioF(), QColor(Qt::red)));
     for (int row = 0; row < m_model->rowCount(); ++row) {
         const ReportEntry entry = m_model->reports()[row];
         auto* cell = new QWidget;

@@ -3,6 +3,7 @@
 #include <QLabel>
 #include <QPainter>
 #include <QPainterPath>
+#include <QSvgRenderer>
 
 namespace orvanta::window {
 
@@ -47,6 +48,23 @@ QFont captionFont(const QFont& base) {
     QFont font = base;
     font.setPointSizeF(base.pointSizeF() * 0.85);
     return font;
+}
+
+QPixmap renderSvg(const QString& path, qreal height, qreal ratio, std::optional<QColor> tint) {
+    QSvgRenderer svg(path);
+    const QSizeF natural = svg.defaultSize().isEmpty() ? QSizeF(height, height) : QSizeF(svg.defaultSize());
+    const QSizeF size(natural.width() * height / natural.height(), height);
+    QPixmap pixmap((size * ratio).toSize());
+    pixmap.setDevicePixelRatio(ratio);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    svg.render(&painter, QRectF(QPointF(), size));
+    if (tint) {
+        painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+        painter.fillRect(QRectF(QPointF(), size), *tint);
+    }
+    return pixmap;
 }
 
 InsetPanel::InsetPanel(PanelBackground background, QWidget* parent)

@@ -3,6 +3,9 @@
 #include <QColor>
 #include <QFrame>
 #include <QPalette>
+#include <QPixmap>
+
+#include <optional>
 
 class QLabel;
 
@@ -21,6 +24,10 @@ QLabel* makeHeading(const QString& text, QWidget* parent = nullptr);
 // The window's title style (larger than a heading) and its small caption style.
 QFont titleFont(const QFont& base);
 QFont captionFont(const QFont& base);
+
+// A bundled SVG drawn `height` points high (its width from its aspect ratio) at `ratio`, in the single
+// colour `tint` when one is given.
+QPixmap renderSvg(const QString& path, qreal height, qreal ratio, std::optional<QColor> tint = {});
 
 // A rounded, filled panel that its content is inset into.
 class InsetPanel : public QFrame {
