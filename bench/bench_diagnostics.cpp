@@ -1,6 +1,7 @@
 // The diagnostics' two hot paths: a script flooding the runner with output, and listing the reports on a
 // crowded Desktop.
 
+#include "FloodScript.h"
 #include "diagnostics/ReportCatalog.h"
 #include "diagnostics/ScriptRunner.h"
 
@@ -19,31 +20,8 @@ using namespace orvanta;
 
 namespace {
 
-constexpr qint64 floodBytes = 50 * 1024 * 1024;
-
-// A script that copies a prepared 50 MB text file to its output as fast as the pipe takes it.
-struct Flood {
-    QTemporaryDir dir;
-    Flood() {
-        QFile text(dir.filePath("flood.txt"));
-        text.open(QIODevice::WriteOnly);
-        const QByteArray line = QByteArray(99, 'x') + '\n';
-        QByteArray block;
-        for (int i = 0; i < 10'000; ++i)
-            block += line;
-        for (qint64 written = 0; written < floodBytes; written += block.size())
-            text.write(block.left(std::min<qint64>(block.size(), floodBytes - written)));
-        text.close();
-        QFile script(dir.filePath(ScriptCatalog(ScriptCatalog::traceRoute).fileName()));
-        script.open(QIODevice::WriteOnly);
-        script.write("exec cat \"$1\"\n");
-        script.close();
-        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    }
-};
-
 void BM_runnerFlood50MB(benchmark::State& state) {
-    static Flood flood;
+    static FloodScript flood;
     double firstTenthNs = 0, lastTenthNs = 0, chunks = 0;
     for (auto _ : state) {
         ScriptRunner runner(flood.dir.path());
@@ -57,9 +35,9 @@ void BM_runnerFlood50MB(benchmark::State& state) {
                 loop.quit();
         });
         clock.start();
-        runner.run(ScriptCatalog::traceRoute, {flood.dir.filePath("flood.txt")});
+        runner.run(ScriptCatalog::traceRoute, {});
         loop.exec();
-        if (runner.logBuffer().size() != floodBytes)
+        if (runner.logBuffer().size() != FloodScript::bytes)
             state.SkipWithError("output incomplete");
         // With the producer always ahead, the gap between two appends is the cost of taking one chunk.
         const qsizetype tenth = stamps.size() / 10;
@@ -69,7 +47,7 @@ void BM_runnerFlood50MB(benchmark::State& state) {
         }
         chunks = double(stamps.size());
     }
-    state.SetBytesProcessed(state.iterations() * floodBytes);
+    state.SetBytesProcessed(state.iterations() * FloodScript::bytes);
     state.counters["chunks"] = chunks;
     state.counters["ns_per_chunk_first_10pct"] = firstTenthNs;
     state.counters["ns_per_chunk_last_10pct"] = lastTenthNs;

@@ -4,6 +4,7 @@
 // of its ticks).
 
 #include "DebugLog.h"
+#include "FloodScript.h"
 #include "diagnostics/ScriptRunner.h"
 #include "permissions/PermissionsService.h"
 #include "platform/SimulatedDesktop.h"
@@ -29,28 +30,6 @@ using namespace orvanta;
 
 namespace {
 
-constexpr qint64 streamBytes = 50 * 1024 * 1024;
-
-// A Trace Route script that copies a prepared 50 MB text file to its output as fast as the pipe takes it.
-struct Stream {
-    QTemporaryDir dir;
-    Stream() {
-        QFile text(dir.filePath("stream.txt"));
-        text.open(QIODevice::WriteOnly);
-        QByteArray block;
-        for (int i = 0; block.size() < 1024 * 1024; ++i)
-            block += QByteArray::number(i).rightJustified(8, '0') + ' ' + QByteArray(90, 'x') + '\n';
-        for (qint64 written = 0; written < streamBytes; written += block.size())
-            text.write(block.left(std::min<qint64>(block.size(), streamBytes - written)));
-        text.close();
-        QFile script(dir.filePath(ScriptCatalog(ScriptCatalog::traceRoute).fileName()));
-        script.open(QIODevice::WriteOnly);
-        script.write("exec cat '" + dir.filePath("stream.txt").toUtf8() + "'\n");
-        script.close();
-        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    }
-};
-
 // Mean of the values in [from, to).
 double mean(const QList<qint64>& values, qsizetype from, qsizetype to) {
     if (to <= from)
@@ -62,7 +41,7 @@ double mean(const QList<qint64>& values, qsizetype from, qsizetype to) {
 }
 
 void BM_streamIntoShownLog(benchmark::State& state) {
-    static Stream stream;
+    static FloodScript stream;
     platform::SimulatedDesktop desktop;
     PermissionsService permissions(desktop.platform());
     SessionMonitor monitor(desktop.platform(), std::make_shared<DebugLog>(2000, QString()));
@@ -116,13 +95,13 @@ void BM_streamIntoShownLog(benchmark::State& state) {
             QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
         ticker.stop();
 
-        if (trace.logBuffer().size() != streamBytes ||
-            window.output()->logArea()->document()->characterCount() < streamBytes)
+        if (trace.logBuffer().size() != FloodScript::bytes ||
+            window.output()->logArea()->document()->characterCount() < FloodScript::bytes)
             state.SkipWithError("output incomplete");
         const qsizetype tenth = chunkNs.size() / 10;
         state.counters["chunks"] = double(chunkNs.size());
         state.counters["bytes_per_chunk"] =
-            double(streamBytes) / double(std::max<qsizetype>(1, chunkNs.size()));
+            double(FloodScript::bytes) / double(std::max<qsizetype>(1, chunkNs.size()));
         state.counters["us_per_chunk_first_10pct"] = mean(chunkNs, 0, tenth) / 1e3;
         state.counters["us_per_chunk_middle_10pct"] =
             mean(chunkNs, chunkNs.size() / 2 - tenth / 2, chunkNs.size() / 2 + tenth / 2) / 1e3;
@@ -132,7 +111,7 @@ void BM_streamIntoShownLog(benchmark::State& state) {
             chunkNs.isEmpty() ? 0 : double(*std::max_element(chunkNs.begin(), chunkNs.end())) / 1e3;
         state.counters["ms_longest_stall"] = double(longestGapNs) / 1e6;
     }
-    state.SetBytesProcessed(state.iterations() * streamBytes);
+    state.SetBytesProcessed(state.iterations() * FloodScript::bytes);
     // The log is held twice: by the runner and by the view's document.
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);

@@ -1,0 +1,34 @@
+#pragma once
+
+// A scripts folder whose Trace Route script copies a prepared 50 MB text file to its output as fast as
+// the pipe takes it: the heaviest output a runner and the window can be given.
+
+#include "diagnostics/ScriptCatalog.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <algorithm>
+
+struct FloodScript {
+    static constexpr qint64 bytes = 50 * 1024 * 1024;
+
+    QTemporaryDir dir;
+
+    FloodScript() {
+        const QString textPath = dir.filePath(QStringLiteral("flood.txt"));
+        QFile text(textPath);
+        text.open(QIODevice::WriteOnly);
+        QByteArray block; // numbered lines of 100 bytes, about 1 MB
+        for (int i = 0; block.size() < 1024 * 1024; ++i)
+            block += QByteArray::number(i).rightJustified(8, '0') + ' ' + QByteArray(90, 'x') + '\n';
+        for (qint64 written = 0; written < bytes; written += block.size())
+            text.write(block.left(std::min<qint64>(block.size(), bytes - written)));
+        text.close();
+        QFile script(dir.filePath(orvanta::ScriptCatalog(orvanta::ScriptCatalog::traceRoute).fileName()));
+        script.open(QIODevice::WriteOnly);
+        script.write("exec cat '" + textPath.toUtf8() + "'\n");
+        script.close();
+        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+};
