@@ -168,6 +168,19 @@ private Q_SLOTS:
             QVERIFY2(QFile::exists(platform::TrayMenuBarItem::symbolPath(symbol)), qPrintable(symbol));
     }
 
+    void trayItemCarriesTheLabelAsIconAndToolTip() {
+        platform::TrayMenuBarItem item;
+        const auto label =
+            MenuBarLabel::content(true, DetectorStatus::withSessions({named(QStringLiteral("Work"))}));
+        item.setLabel(label);
+        QCOMPARE(item.toolTip(), QStringLiteral("1\u25CF Work"));
+        QVERIFY(!item.icon().isNull());
+        QVERIFY(item.icon().isMask());
+        item.setLabel(MenuBarLabel::content(false, DetectorStatus::appNotRunning()));
+        QCOMPARE(item.toolTip(), QStringLiteral("Orvanta Mac Toolkit"));
+        QVERIFY(!item.icon().isNull());
+    }
+
     void secondLaunchAsksTheFirstToShow() {
         const QString key =
             QStringLiteral("orvanta-test-") + QString::number(QCoreApplication::applicationPid());
