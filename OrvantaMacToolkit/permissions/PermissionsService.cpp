@@ -22,7 +22,8 @@ void PermissionsService::start() {
 void PermissionsService::scheduleTimer() {
     delete m_timer;
     m_timer = new QTimer(m_queue.context());
-    m_timer->setTimerType(Qt::CoarseTimer); // stands for the leeway
+    // Precise: a leeway may make a poll late, never early, as a coarse timer's rounding would.
+    m_timer->setTimerType(Qt::PreciseTimer);
     m_timer->setInterval(m_pollIntervalMs);
     QObject::connect(m_timer, &QTimer::timeout, m_queue.context(), [this] { poll(); });
     m_timer->start();
