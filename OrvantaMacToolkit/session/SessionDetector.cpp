@@ -4,6 +4,7 @@
 
 #include <QSet>
 
+#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -18,16 +19,19 @@ void log(DebugCollector* collector, const QString& line) {
         collector->log(line);
 }
 
-// Integer part of a size for the log: truncated toward zero; NaN reads as 0 and the infinities saturate.
-qint64 truncatedForLog(double value) {
+// A size for the log: its integer part, truncated toward zero, in full at any magnitude. NaN reads as 0; an
+// infinity has no integer part and is written as "inf".
+QString integerPartForLog(double value) {
     if (std::isnan(value))
-        return 0;
-    constexpr double limit = 9.0e18;
-    if (value >= limit)
-        return std::numeric_limits<qint64>::max();
-    if (value <= -limit)
-        return std::numeric_limits<qint64>::min();
-    return static_cast<qint64>(value);
+        return QStringLiteral("0");
+    if (std::isinf(value))
+        return value > 0 ? QStringLiteral("inf") : QStringLiteral("-inf");
+    // Adding zero turns the -0 that truncating a small negative value leaves into 0.
+    const double whole = std::trunc(value) + 0.0;
+    // Every finite double has at most 309 integer digits; fixed notation writes them exactly.
+    char digits[320];
+    const auto written = std::to_chars(digits, digits + sizeof digits, whole, std::chars_format::fixed, 0);
+    return QString::fromLatin1(digits, written.ptr - digits);
 }
 
 // Numbers in error dictionaries and window descriptions may be of any of Qt's integer kinds; Bool is not a
@@ -192,8 +196,8 @@ SessionDetector::AXScanResult SessionDetector::scanAXWindows(const Platform& pla
         const bool small = size.width < minimumWindowSide || size.height < minimumWindowSide;
         // Concatenated, not formatted: a title may itself contain "%1".
         log(collector, QLatin1String("  AX win title=\"") + title + QLatin1String("\" subrole=") + subrole +
-                           QLatin1String(" size=") + QString::number(truncatedForLog(size.width)) +
-                           QLatin1Char('x') + QString::number(truncatedForLog(size.height)) +
+                           QLatin1String(" size=") + integerPartForLog(size.width) + QLatin1Char('x') +
+                           integerPartForLog(size.height) +
                            QLatin1String(minimized ? " min=true" : " min=false"));
 
         if (!title.isEmpty()) {
