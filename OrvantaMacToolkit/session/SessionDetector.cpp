@@ -170,6 +170,7 @@ SessionDetector::AXScanResult SessionDetector::scanAXWindows(const Platform& pla
     log(collector, QStringLiteral("AX windows: %1").arg(windows->size()));
 
     const Pid ownPid = platform.workspace->processId();
+    QSet<QString> seenKeys; // canonical keys of namedTitles
     for (const AXElement& window : *windows) {
         const Pid windowPid = ax.elementPid(window).value_or(0);
         if (windowPid == ownPid) {
@@ -202,11 +203,11 @@ SessionDetector::AXScanResult SessionDetector::scanAXWindows(const Platform& pla
 
         if (!title.isEmpty()) {
             if (!isExcludedTitle(title) && !small) {
-                const bool seen =
-                    std::any_of(result.namedTitles.cbegin(), result.namedTitles.cend(),
-                                [&](const QString& t) { return text::canonicallyEqual(t, title); });
-                if (!seen)
+                const QString key = text::canonicalKey(title);
+                if (!seenKeys.contains(key)) {
+                    seenKeys.insert(key);
                     result.namedTitles.append(title);
+                }
             }
         } else if (subrole == QLatin1String("AXUnknown") && !small && !minimized) {
             ++result.unnamedCount;
@@ -341,15 +342,17 @@ DetectorStatus SessionDetector::detect(const Platform& platform, DebugCollector*
     const AppleScriptQueryResult query = queryAppleScriptWindows(platform, collector);
 
     QList<SessionInfo> sessions;
-    for (const QString& title : scan.namedTitles)
+    sessions.reserve(scan.namedTitles.size() + query.titles.size() + scan.unnamedCount);
+    // Each title is normalised once and looked up in a set, so many windows cost no more than their number.
+    QSet<QString> scannedKeys;
+    scannedKeys.reserve(scan.namedTitles.size());
+    for (const QString& title : scan.namedTitles) {
         sessions.append({title, SessionInfo::Source::axNamed});
-    for (const QString& title : query.titles) {
-        const bool seenByScan =
-            std::any_of(scan.namedTitles.cbegin(), scan.namedTitles.cend(),
-                        [&](const QString& named) { return text::canonicallyEqual(named, title); });
-        if (!seenByScan)
-            sessions.append({title, SessionInfo::Source::appleScript});
+        scannedKeys.insert(text::canonicalKey(title));
     }
+    for (const QString& title : query.titles)
+        if (!scannedKeys.contains(text::canonicalKey(title)))
+            sessions.append({title, SessionInfo::Source::appleScript});
     for (int i = 0; i < scan.unnamedCount; ++i)
         sessions.append({std::nullopt, SessionInfo::Source::axUnnamed});
 

@@ -7,7 +7,11 @@ namespace orvanta::text {
 bool canonicallyEqual(const QString& a, const QString& b) {
     if (a == b)
         return true;
-    return a.normalized(QString::NormalizationForm_D) == b.normalized(QString::NormalizationForm_D);
+    return canonicalKey(a) == canonicalKey(b);
+}
+
+QString canonicalKey(const QString& text) {
+    return text.normalized(QString::NormalizationForm_D);
 }
 
 QString trimmed(const QString& text) {

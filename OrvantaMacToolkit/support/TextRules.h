@@ -8,6 +8,9 @@
 namespace orvanta::text {
 
 bool canonicallyEqual(const QString& a, const QString& b);
+// The canonical decomposition: two texts are canonically equal exactly when their keys are equal, so the
+// keys can go into sets and maps.
+QString canonicalKey(const QString& text);
 QString trimmed(const QString& text);
 QString fullUpper(const QString& text);
 // True when `text` contains `fragment` after both are upper-cased with the full mapping.
