@@ -47,6 +47,13 @@ void AXScanTest::excludedTitles_data() {
     QTest::newRow("ends with ime no underscore") << QStringLiteral("Runtime") << false;
     QTest::newRow("contains About") << QStringLiteral("About Desk") << false;
     QTest::newRow("decomposed accent") << QString::fromUtf8("Bu\u0308ro") << false;
+    // Fragments match whole characters: an accent on a fragment's last letter makes another character, the
+    // same whether it is written precomposed or as a combining mark.
+    QTest::newRow("fragment's last letter accented, decomposed")
+        << QString::fromUtf8("Cicero\u0301 Desk") << false;
+    QTest::newRow("fragment's last letter accented, precomposed")
+        << QString::fromUtf8("Cicer\u00f3 Desk") << false;
+    QTest::newRow("fragment after an accented letter") << QString::fromUtf8("Re\u0301sume\u0301CTF") << true;
 }
 
 void AXScanTest::excludedTitles() {

@@ -132,26 +132,27 @@ std::optional<Pid> SessionDetector::windowsAppPID(Workspace& workspace) {
 }
 
 bool SessionDetector::isExcludedTitle(const QString& title) {
-    // The lists are normalised once; each title is normalised and upper-cased once.
-    static const QStringList decomposedTitles = [] {
-        QStringList titles;
+    // The lists are normalised once; each title is normalised once for each rule.
+    static const QSet<QString> titleKeys = [] {
+        QSet<QString> keys;
         for (const QString& excluded : excludedTitles())
-            titles << excluded.normalized(QString::NormalizationForm_D);
-        return titles;
+            keys.insert(text::canonicalKey(excluded));
+        return keys;
     }();
-    static const QStringList upperFragments = [] {
-        QStringList fragments;
+    static const QStringList fragmentKeys = [] {
+        QStringList keys;
         for (const QString& fragment : excludedTitleFragments())
-            fragments << text::fullUpper(fragment);
-        return fragments;
+            keys << text::caseInsensitiveKey(fragment);
+        return keys;
     }();
 
     const QString trimmed = text::trimmed(title);
-    if (decomposedTitles.contains(trimmed.normalized(QString::NormalizationForm_D)))
+    if (titleKeys.contains(text::canonicalKey(trimmed)))
         return true;
-    const QString upper = text::fullUpper(trimmed);
-    return std::any_of(upperFragments.cbegin(), upperFragments.cend(),
-                       [&](const QString& fragment) { return upper.contains(fragment); });
+    // Fragments match whole characters of the canonical text, so equal titles always get the same verdict.
+    const QString key = text::caseInsensitiveKey(trimmed);
+    return std::any_of(fragmentKeys.cbegin(), fragmentKeys.cend(),
+                       [&](const QString& fragment) { return text::containsCharacters(key, fragment); });
 }
 
 SessionDetector::AXScanResult SessionDetector::scanAXWindows(const Platform& platform, Pid pid,
