@@ -22,7 +22,8 @@ void PermissionsService::start() {
 void PermissionsService::scheduleTimer() {
     delete m_timer;
     m_timer = new QTimer(m_queue.context());
-    // Precise: a leeway may make a poll late, never early, as a coarse timer's rounding would.
+    // Precise: the leeway lets a poll come late but never early, and a coarse timer's rounding can make it
+    // early.
     m_timer->setTimerType(Qt::PreciseTimer);
     m_timer->setInterval(m_pollIntervalMs);
     QObject::connect(m_timer, &QTimer::timeout, m_queue.context(), [this] { poll(); });
