@@ -2,7 +2,7 @@
 # Every benchmark and measurement of the project in one run, on the release build:
 #   bench/run_all.sh [SOAK_SECONDS]     (600 unless given)
 # Builds the release preset first. Linux only for the whole-application parts (/proc). Takes about
-# SOAK_SECONDS + 3 minutes; run it on an otherwise quiet machine.
+# SOAK_SECONDS + 4 minutes; run it on an otherwise quiet machine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 soak_seconds=${1:-600}
@@ -19,6 +19,8 @@ for program in "$bin"/bench/bench_*; do
     section "$(basename "$program")"
     "$program" --benchmark_counters_tabular=true 2>&1 | grep -v -E 'propagateSizeHints|^\*\*\*'
 done
+section "measure_poll_rhythm (60 s)"
+"$bin"/bench/measure_poll_rhythm 60
 section "soak_runner (500 start/cancel cycles)"
 "$bin"/bench/soak_runner 500
 section "app_idle.sh (60 s, one session)"

@@ -48,7 +48,8 @@ void checkUpperCase(const QString& t, const QString& u) {
     // them into U+FFFD, but only when some other character of the text changes case.
     if (!hasLoneSurrogate(t) && !hasLoneSurrogate(u)) {
         FUZZ_CHECK(text::fullUpper(t + u) == upper + text::fullUpper(u));
-        FUZZ_CHECK(text::containsIgnoringCase(t + u, u));
+        // Containment is by whole characters, and a line break always ends one.
+        FUZZ_CHECK(text::containsIgnoringCase(t + QLatin1Char('\n') + u, u));
     }
 }
 
@@ -85,11 +86,15 @@ void checkTitleFilter(const QString& t) {
     for (const QString& fragment : SessionDetector::excludedTitleFragments())
         if (text::containsIgnoringCase(t, fragment))
             FUZZ_CHECK(excluded);
-    // A fragment anywhere, in any case, excludes the title.
-    if (t.isEmpty() || !t.back().isHighSurrogate())
-        FUZZ_CHECK(SessionDetector::isExcludedTitle(t + QStringLiteral("ctf")));
-    if (t.isEmpty() || !t.front().isLowSurrogate())
-        FUZZ_CHECK(SessionDetector::isExcludedTitle(QStringLiteral("ime_") + t));
+    // A fragment anywhere, in any case, excludes the title when it stands as whole characters (a space
+    // before or after it ends any character).
+    FUZZ_CHECK(SessionDetector::isExcludedTitle(t + QStringLiteral(" ctf")));
+    FUZZ_CHECK(SessionDetector::isExcludedTitle(QStringLiteral("ime_ ") + t));
+    // Canonically equal titles get the same verdict.
+    if (!hasLoneSurrogate(t)) {
+        FUZZ_CHECK(SessionDetector::isExcludedTitle(t.normalized(QString::NormalizationForm_C)) == excluded);
+        FUZZ_CHECK(SessionDetector::isExcludedTitle(t.normalized(QString::NormalizationForm_D)) == excluded);
+    }
 }
 
 } // namespace

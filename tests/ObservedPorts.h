@@ -5,6 +5,7 @@
 
 #include "platform/SimulatedDesktop.h"
 
+#include <QElapsedTimer>
 #include <QMutex>
 #include <QSemaphore>
 #include <QThread>
@@ -17,7 +18,7 @@ class ObservedPorts final : public platform::Accessibility,
                             public platform::AppleScriptHost,
                             public platform::AppleEvents {
 public:
-    explicit ObservedPorts(platform::SimulatedDesktop& desktop) : m_desktop(desktop) {}
+    explicit ObservedPorts(platform::SimulatedDesktop& desktop) : m_desktop(desktop) { m_clock.start(); }
 
     platform::Platform platform() {
         platform::Platform ports = m_desktop.platform();
@@ -31,6 +32,13 @@ public:
     QStringList trustThreads() const {
         QMutexLocker lock(&m_mutex);
         return m_trustThreads;
+    }
+
+    // Milliseconds since the ports were made, on the clock that times the permission checks.
+    qint64 elapsed() const { return m_clock.elapsed(); }
+    QList<qint64> permissionCheckTimes() const {
+        QMutexLocker lock(&m_mutex);
+        return m_permissionCheckTimes;
     }
 
     std::atomic_int permissionChecks{0};
@@ -71,14 +79,20 @@ public:
 
     int determinePermissionToAutomate(const QString& bundleId, bool askUser) override {
         const int status = m_desktop.determinePermissionToAutomate(bundleId, askUser);
+        {
+            QMutexLocker lock(&m_mutex);
+            m_permissionCheckTimes << m_clock.elapsed();
+        }
         ++permissionChecks;
         return status;
     }
 
 private:
     platform::SimulatedDesktop& m_desktop;
+    QElapsedTimer m_clock;
     mutable QMutex m_mutex;
     QStringList m_trustThreads;
+    QList<qint64> m_permissionCheckTimes;
 };
 
 } // namespace orvanta::testing

@@ -3,6 +3,8 @@
 
 #include <QTest>
 
+#include <limits>
+
 using namespace orvanta;
 using namespace orvanta::platform;
 using namespace orvanta::testing;
@@ -13,7 +15,8 @@ private Q_SLOTS:
     void excludedTitles_data();
     void excludedTitles();
     void typicalScanLogsEveryWindow();
-    void sizeThreshold();
+    void sizes_data();
+    void sizes();
     void duplicatesAreKeptOnce();
     void untitledWindows();
     void unreadableAttributes();
@@ -44,6 +47,13 @@ void AXScanTest::excludedTitles_data() {
     QTest::newRow("ends with ime no underscore") << QStringLiteral("Runtime") << false;
     QTest::newRow("contains About") << QStringLiteral("About Desk") << false;
     QTest::newRow("decomposed accent") << QString::fromUtf8("Bu\u0308ro") << false;
+    // Fragments match whole characters: an accent on a fragment's last letter makes another character, the
+    // same whether it is written precomposed or as a combining mark.
+    QTest::newRow("fragment's last letter accented, decomposed")
+        << QString::fromUtf8("Cicero\u0301 Desk") << false;
+    QTest::newRow("fragment's last letter accented, precomposed")
+        << QString::fromUtf8("Cicer\u00f3 Desk") << false;
+    QTest::newRow("fragment after an accented letter") << QString::fromUtf8("Re\u0301sume\u0301CTF") << true;
 }
 
 void AXScanTest::excludedTitles() {
@@ -72,12 +82,45 @@ void AXScanTest::typicalScanLogsEveryWindow() {
             QStringLiteral("AX detect: 2 named, 0 unnamed")}));
 }
 
-void AXScanTest::sizeThreshold() {
-    SimulatedDesktop desktop(
-        clientWorld({window(QStringLiteral("narrow"), 199, 1080), window(QStringLiteral("low"), 1080, 199.9),
-                     window(QStringLiteral("square"), 200, 200)}));
-    QCOMPARE(SessionDetector::scanAXWindows(desktop.platform(), clientPid).namedTitles,
-             QStringList{QStringLiteral("square")});
+void AXScanTest::sizes_data() {
+    QTest::addColumn<double>("width");
+    QTest::addColumn<double>("height");
+    QTest::addColumn<QString>("logged");
+    QTest::addColumn<bool>("accepted");
+    QTest::newRow("narrow") << 199.0 << 1080.0 << QStringLiteral("199x1080") << false;
+    QTest::newRow("low") << 1080.0 << 199.9 << QStringLiteral("1080x199") << false;
+    QTest::newRow("square") << 200.0 << 200.0 << QStringLiteral("200x200") << true;
+    QTest::newRow("fractions truncated") << 1920.9 << 1080.2 << QStringLiteral("1920x1080") << true;
+    QTest::newRow("negative truncated toward zero") << -0.5 << -199.9 << QStringLiteral("0x-199") << false;
+    // Beyond the 64-bit range a size is still written as its own integer.
+    QTest::newRow("beyond 9e18") << 9.5e18 << 18446744073709551616.0
+                                 << QStringLiteral("9500000000000000000x18446744073709551616") << true;
+    // The exact value of the largest double, 309 digits.
+    QTest::newRow("largest double")
+        << std::numeric_limits<double>::max() << 1e22
+        << QStringLiteral(
+               "17976931348623157081452742373170435679807056752584499659891747680315726078002853876"
+               "05895586327668781715404589535143824642343213268894641827684675467035375169860499105"
+               "76551282076245490090389328944075868508455133942304583236903222948165808559332123348"
+               "274797826204144723168738177180919299881250404026184124858368x10000000000000000000000")
+        << true;
+    QTest::newRow("infinite") << std::numeric_limits<double>::infinity()
+                              << -std::numeric_limits<double>::infinity() << QStringLiteral("infx-inf")
+                              << false;
+}
+
+void AXScanTest::sizes() {
+    QFETCH(double, width);
+    QFETCH(double, height);
+    QFETCH(QString, logged);
+    QFETCH(bool, accepted);
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Desk"), width, height)}));
+    DebugCollector collector;
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
+    QCOMPARE(
+        collector.lines.at(1),
+        QStringLiteral("  AX win title=\"Desk\" subrole=AXStandardWindow size=%1 min=false").arg(logged));
+    QCOMPARE(result.namedTitles.size(), accepted ? 1 : 0);
 }
 
 void AXScanTest::duplicatesAreKeptOnce() {

@@ -291,22 +291,25 @@ void DetectionTest::clientNotRunning() {
 }
 
 void DetectionTest::mergeOrderAndRepeats() {
-    // The scan sees A (precomposed) and an untitled window; the query reports A (decomposed), B, B.
+    // The scan sees A (precomposed), C and an untitled window; the query reports A (decomposed), B, C with
+    // its two combining marks in the other order (canonically the same text), and B again.
     const QString a = QString::fromUtf8("Caf\u00e9 A");
     const QString aDecomposed = QString::fromUtf8("Cafe\u0301 A");
-    SimWorld world = clientWorld({window(QString(), 1920, 1080, QStringLiteral("AXUnknown")), window(a)});
-    world.appleScript = scriptText(aDecomposed + QStringLiteral("\nB\nB\n"));
+    const QString c = QString::fromUtf8("C\u0323\u0307");
+    SimWorld world =
+        clientWorld({window(QString(), 1920, 1080, QStringLiteral("AXUnknown")), window(a), window(c)});
+    world.appleScript = scriptText(aDecomposed + QString::fromUtf8("\nB\nC\u0307\u0323\nB\n"));
     SimulatedDesktop desktop(world);
     DebugCollector collector;
     const DetectorStatus status = SessionDetector::detect(desktop.platform(), &collector);
     QCOMPARE(status.kind(), DetectorStatus::Kind::sessions);
-    const QList<SessionInfo> expected{named(a), named(QStringLiteral("B"), Source::appleScript),
+    const QList<SessionInfo> expected{named(a), named(c), named(QStringLiteral("B"), Source::appleScript),
                                       named(QStringLiteral("B"), Source::appleScript),
                                       untitled(Source::axUnnamed)};
     QCOMPARE(status.sessions().size(), expected.size());
     QVERIFY(status == DetectorStatus::withSessions(expected));
     QCOMPARE(*status.sessions().first().title, a); // the scan's spelling, as read
-    QCOMPARE(collector.lines.last(), QStringLiteral("Result: sessions count=4 named=3 unnamed=1"));
+    QCOMPARE(collector.lines.last(), QStringLiteral("Result: sessions count=5 named=4 unnamed=1"));
 }
 
 void DetectionTest::unnamedWindowsSkipTheCensus() {

@@ -50,6 +50,11 @@ void SupportTest::fullUpperCase() {
     QVERIFY(text::containsIgnoringCase(QStringLiteral("my cTf window"), QStringLiteral("CTF")));
     QVERIFY(text::containsIgnoringCase(QString::fromUtf8("Gro\u00df"), QStringLiteral("ss")));
     QVERIFY(!text::containsIgnoringCase(QStringLiteral("C T F"), QStringLiteral("CTF")));
+    // Whole characters of canonically equal text: either spelling of "É" contains the other, never "E".
+    QVERIFY(text::containsIgnoringCase(QString::fromUtf8("caf\u00e9!"), QString::fromUtf8("CAFE\u0301")));
+    QVERIFY(text::containsIgnoringCase(QString::fromUtf8("cafe\u0301!"), QString::fromUtf8("CAF\u00c9")));
+    QVERIFY(!text::containsIgnoringCase(QString::fromUtf8("cafe\u0301!"), QStringLiteral("CAFE")));
+    QVERIFY(text::containsIgnoringCase(QString::fromUtf8("cafe\u0301!"), QStringLiteral("!")));
 }
 
 void SupportTest::graphemes_data() {

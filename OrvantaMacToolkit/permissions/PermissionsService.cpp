@@ -22,7 +22,9 @@ void PermissionsService::start() {
 void PermissionsService::scheduleTimer() {
     delete m_timer;
     m_timer = new QTimer(m_queue.context());
-    m_timer->setTimerType(Qt::CoarseTimer); // stands for the leeway
+    // Precise: the leeway lets a poll come late but never early, and a coarse timer's rounding can make it
+    // early.
+    m_timer->setTimerType(Qt::PreciseTimer);
     m_timer->setInterval(m_pollIntervalMs);
     QObject::connect(m_timer, &QTimer::timeout, m_queue.context(), [this] { poll(); });
     m_timer->start();

@@ -4,6 +4,7 @@
 
 #include <QSet>
 
+#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -18,16 +19,19 @@ void log(DebugCollector* collector, const QString& line) {
         collector->log(line);
 }
 
-// Integer part of a size for the log: truncated toward zero; NaN reads as 0 and the infinities saturate.
-qint64 truncatedForLog(double value) {
+// A size for the log: its integer part, truncated toward zero, in full at any magnitude. NaN reads as 0; an
+// infinity has no integer part and is written as "inf".
+QString integerPartForLog(double value) {
     if (std::isnan(value))
-        return 0;
-    constexpr double limit = 9.0e18;
-    if (value >= limit)
-        return std::numeric_limits<qint64>::max();
-    if (value <= -limit)
-        return std::numeric_limits<qint64>::min();
-    return static_cast<qint64>(value);
+        return QStringLiteral("0");
+    if (std::isinf(value))
+        return value > 0 ? QStringLiteral("inf") : QStringLiteral("-inf");
+    // Adding zero turns the -0 that truncating a small negative value leaves into 0.
+    const double whole = std::trunc(value) + 0.0;
+    // Every finite double has at most 309 integer digits; fixed notation writes them exactly.
+    char digits[320];
+    const auto written = std::to_chars(digits, digits + sizeof digits, whole, std::chars_format::fixed, 0);
+    return QString::fromLatin1(digits, written.ptr - digits);
 }
 
 // Numbers in error dictionaries and window descriptions may be of any of Qt's integer kinds; Bool is not a
@@ -128,26 +132,27 @@ std::optional<Pid> SessionDetector::windowsAppPID(Workspace& workspace) {
 }
 
 bool SessionDetector::isExcludedTitle(const QString& title) {
-    // The lists are normalised once; each title is normalised and upper-cased once.
-    static const QStringList decomposedTitles = [] {
-        QStringList titles;
+    // The lists are normalised once; each title is normalised once for each rule.
+    static const QSet<QString> titleKeys = [] {
+        QSet<QString> keys;
         for (const QString& excluded : excludedTitles())
-            titles << excluded.normalized(QString::NormalizationForm_D);
-        return titles;
+            keys.insert(text::canonicalKey(excluded));
+        return keys;
     }();
-    static const QStringList upperFragments = [] {
-        QStringList fragments;
+    static const QStringList fragmentKeys = [] {
+        QStringList keys;
         for (const QString& fragment : excludedTitleFragments())
-            fragments << text::fullUpper(fragment);
-        return fragments;
+            keys << text::caseInsensitiveKey(fragment);
+        return keys;
     }();
 
     const QString trimmed = text::trimmed(title);
-    if (decomposedTitles.contains(trimmed.normalized(QString::NormalizationForm_D)))
+    if (titleKeys.contains(text::canonicalKey(trimmed)))
         return true;
-    const QString upper = text::fullUpper(trimmed);
-    return std::any_of(upperFragments.cbegin(), upperFragments.cend(),
-                       [&](const QString& fragment) { return upper.contains(fragment); });
+    // Fragments match whole characters of the canonical text, so equal titles always get the same verdict.
+    const QString key = text::caseInsensitiveKey(trimmed);
+    return std::any_of(fragmentKeys.cbegin(), fragmentKeys.cend(),
+                       [&](const QString& fragment) { return text::containsCharacters(key, fragment); });
 }
 
 SessionDetector::AXScanResult SessionDetector::scanAXWindows(const Platform& platform, Pid pid,
@@ -166,6 +171,7 @@ SessionDetector::AXScanResult SessionDetector::scanAXWindows(const Platform& pla
     log(collector, QStringLiteral("AX windows: %1").arg(windows->size()));
 
     const Pid ownPid = platform.workspace->processId();
+    QSet<QString> seenKeys; // canonical keys of namedTitles
     for (const AXElement& window : *windows) {
         const Pid windowPid = ax.elementPid(window).value_or(0);
         if (windowPid == ownPid) {
@@ -192,17 +198,17 @@ SessionDetector::AXScanResult SessionDetector::scanAXWindows(const Platform& pla
         const bool small = size.width < minimumWindowSide || size.height < minimumWindowSide;
         // Concatenated, not formatted: a title may itself contain "%1".
         log(collector, QLatin1String("  AX win title=\"") + title + QLatin1String("\" subrole=") + subrole +
-                           QLatin1String(" size=") + QString::number(truncatedForLog(size.width)) +
-                           QLatin1Char('x') + QString::number(truncatedForLog(size.height)) +
+                           QLatin1String(" size=") + integerPartForLog(size.width) + QLatin1Char('x') +
+                           integerPartForLog(size.height) +
                            QLatin1String(minimized ? " min=true" : " min=false"));
 
         if (!title.isEmpty()) {
             if (!isExcludedTitle(title) && !small) {
-                const bool seen =
-                    std::any_of(result.namedTitles.cbegin(), result.namedTitles.cend(),
-                                [&](const QString& t) { return text::canonicallyEqual(t, title); });
-                if (!seen)
+                const QString key = text::canonicalKey(title);
+                if (!seenKeys.contains(key)) {
+                    seenKeys.insert(key);
                     result.namedTitles.append(title);
+                }
             }
         } else if (subrole == QLatin1String("AXUnknown") && !small && !minimized) {
             ++result.unnamedCount;
@@ -337,15 +343,17 @@ DetectorStatus SessionDetector::detect(const Platform& platform, DebugCollector*
     const AppleScriptQueryResult query = queryAppleScriptWindows(platform, collector);
 
     QList<SessionInfo> sessions;
-    for (const QString& title : scan.namedTitles)
+    sessions.reserve(scan.namedTitles.size() + query.titles.size() + scan.unnamedCount);
+    // Each title is normalised once and looked up in a set, so many windows cost no more than their number.
+    QSet<QString> scannedKeys;
+    scannedKeys.reserve(scan.namedTitles.size());
+    for (const QString& title : scan.namedTitles) {
         sessions.append({title, SessionInfo::Source::axNamed});
-    for (const QString& title : query.titles) {
-        const bool seenByScan =
-            std::any_of(scan.namedTitles.cbegin(), scan.namedTitles.cend(),
-                        [&](const QString& named) { return text::canonicallyEqual(named, title); });
-        if (!seenByScan)
-            sessions.append({title, SessionInfo::Source::appleScript});
+        scannedKeys.insert(text::canonicalKey(title));
     }
+    for (const QString& title : query.titles)
+        if (!scannedKeys.contains(text::canonicalKey(title)))
+            sessions.append({title, SessionInfo::Source::appleScript});
     for (int i = 0; i < scan.unnamedCount; ++i)
         sessions.append({std::nullopt, SessionInfo::Source::axUnnamed});
 

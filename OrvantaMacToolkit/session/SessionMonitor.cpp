@@ -26,8 +26,9 @@ void SessionMonitor::start() {
 void SessionMonitor::scheduleTimer() {
     delete m_timer;
     m_timer = new QTimer(m_queue.context());
-    // A coarse timer lets the system bundle the wake-up with others, like a leeway.
-    m_timer->setTimerType(Qt::CoarseTimer);
+    // Precise: a leeway may make a pass late, never early, and a coarse timer moves ticks by up to 5 %
+    // either way. Each tick is due a whole number of intervals after the start, so errors do not add up.
+    m_timer->setTimerType(Qt::PreciseTimer);
     m_timer->setInterval(m_timing.pollIntervalMs);
     QObject::connect(m_timer, &QTimer::timeout, m_queue.context(), [this] { poll(); });
     m_timer->start();

@@ -2,6 +2,10 @@
 
 #include "Mailbox.h"
 
+#include <QDeadlineTimer>
+
+#include <chrono>
+
 #include <condition_variable>
 
 namespace orvanta {
@@ -43,9 +47,13 @@ void SerialQueue::async(std::function<void()> block) {
 }
 
 void SerialQueue::after(int ms, std::function<void()> block) {
+    // The delay counts from this call, not from when the queue gets round to arming the timer: a block
+    // that is running now must not push the delayed one back by its own length.
+    const QDeadlineTimer due(std::chrono::milliseconds(ms), Qt::PreciseTimer);
     // A timer that comes due while the queue is being destroyed must not run its block.
-    async([this, ms, block = guarded(std::move(block))] {
-        QTimer::singleShot(ms, Qt::PreciseTimer, m_mailbox, block);
+    async([this, due, block = guarded(std::move(block))] {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(due.remainingTimeAsDuration());
+        QTimer::singleShot(left, Qt::PreciseTimer, m_mailbox, block);
     });
 }
 

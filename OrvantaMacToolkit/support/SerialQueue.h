@@ -36,8 +36,8 @@ public:
     bool isCurrent() const { return QThread::currentThread() == &m_thread; }
 
     void async(std::function<void()> block);
-    // Runs the block on the queue after `ms` milliseconds. The timer is created on the queue itself, so
-    // the caller need not have an event loop.
+    // Runs the block on the queue `ms` milliseconds after this call, or as soon after as the queue is free.
+    // The timer is created on the queue itself, so the caller need not have an event loop.
     void after(int ms, std::function<void()> block);
     // Runs the block on the queue and waits for it; runs it directly when called on the queue.
     void sync(const std::function<void()>& block);

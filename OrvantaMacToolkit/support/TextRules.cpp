@@ -7,7 +7,11 @@ namespace orvanta::text {
 bool canonicallyEqual(const QString& a, const QString& b) {
     if (a == b)
         return true;
-    return a.normalized(QString::NormalizationForm_D) == b.normalized(QString::NormalizationForm_D);
+    return canonicalKey(a) == canonicalKey(b);
+}
+
+QString canonicalKey(const QString& text) {
+    return text.normalized(QString::NormalizationForm_D);
 }
 
 QString trimmed(const QString& text) {
@@ -21,8 +25,41 @@ QString fullUpper(const QString& text) {
     return text.toUpper();
 }
 
+QString caseInsensitiveKey(const QString& text) {
+    // Decomposed first, so that equal texts are mapped from the same code points; decomposed again, as
+    // the mapping may leave combining marks out of canonical order.
+    return canonicalKey(fullUpper(canonicalKey(text)));
+}
+
+namespace {
+
+// A grapheme boundary that does not fall between the two halves of a surrogate pair (see nextBoundary).
+bool isCharacterBoundary(QTextBoundaryFinder& finder, const QString& text, qsizetype position) {
+    if (position > 0 && position < text.size() && text.at(position - 1).isHighSurrogate() &&
+        text.at(position).isLowSurrogate())
+        return false;
+    finder.setPosition(position);
+    return finder.isAtBoundary();
+}
+
+} // namespace
+
+bool containsCharacters(const QString& text, const QString& fragment) {
+    if (fragment.isEmpty())
+        return true;
+    qsizetype at = text.indexOf(fragment);
+    if (at == -1)
+        return false;
+    // Boundaries are worked out only once a code-unit match has been found; most texts have none.
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    for (; at != -1; at = text.indexOf(fragment, at + 1))
+        if (isCharacterBoundary(finder, text, at) && isCharacterBoundary(finder, text, at + fragment.size()))
+            return true;
+    return false;
+}
+
 bool containsIgnoringCase(const QString& text, const QString& fragment) {
-    return fullUpper(text).contains(fullUpper(fragment));
+    return containsCharacters(caseInsensitiveKey(text), caseInsensitiveKey(fragment));
 }
 
 namespace {

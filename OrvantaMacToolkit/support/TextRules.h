@@ -8,9 +8,18 @@
 namespace orvanta::text {
 
 bool canonicallyEqual(const QString& a, const QString& b);
+// The canonical decomposition: two texts are canonically equal exactly when their keys are equal, so the
+// keys can go into sets and maps.
+QString canonicalKey(const QString& text);
 QString trimmed(const QString& text);
 QString fullUpper(const QString& text);
-// True when `text` contains `fragment` after both are upper-cased with the full mapping.
+// Upper-cased with the full mapping and canonically decomposed: canonically equal texts give equal keys.
+QString caseInsensitiveKey(const QString& text);
+// True when `fragment` occurs in `text` as whole user-perceived characters: the match starts and ends on
+// character boundaries, so "e" is not found in "e" followed by a combining accent.
+bool containsCharacters(const QString& text, const QString& fragment);
+// True when `text` contains `fragment` as whole characters, both compared by their case-insensitive keys.
+// Canonically equal texts always get the same answer.
 bool containsIgnoringCase(const QString& text, const QString& fragment);
 qsizetype graphemeCount(const QString& text);
 // The first `count` user-perceived characters of `text` (all of it when it has fewer).
