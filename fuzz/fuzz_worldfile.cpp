@@ -4,8 +4,8 @@
 #include "FuzzSupport.h"
 
 #include "DebugLog.h"
-#include "platform/SimulatedDesktop.h"
-#include "platform/WorldFile.h"
+#include "platform/simulated/SimulatedDesktop.h"
+#include "platform/simulated/WorldFile.h"
 #include "session/SessionDetector.h"
 
 using namespace orvanta;

@@ -1,6 +1,6 @@
 // Worlds read from JSON files, the file watch, and the --detect command run as a real child process.
 
-#include "platform/WorldFile.h"
+#include "platform/simulated/WorldFile.h"
 #include "session/SessionDetector.h"
 
 #include <QProcess>

@@ -1,6 +1,6 @@
 #include "CommandLine.h"
 
-#include "platform/WorldFile.h"
+#include "platform/simulated/WorldFile.h"
 #include "platform/desktop/SignalWake.h"
 #if !defined(Q_OS_MACOS) && !defined(Q_OS_WIN)
 #include "platform/desktop/LogindWake.h"

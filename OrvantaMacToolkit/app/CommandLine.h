@@ -6,7 +6,7 @@
 #include "DebugLog.h"
 #include "platform/NativePlatform.h"
 #include "platform/Platform.h"
-#include "platform/SimulatedDesktop.h"
+#include "platform/simulated/SimulatedDesktop.h"
 #include "session/SessionInfo.h"
 
 #include <QCommandLineParser>

@@ -1,6 +1,6 @@
 #include "SimulatedDesktop.h"
 
-#include "desktop/DesktopServices.h"
+#include "platform/desktop/DesktopServices.h"
 
 #include <QCoreApplication>
 #include <QMutexLocker>
