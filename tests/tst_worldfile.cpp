@@ -8,6 +8,11 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cmath>
+#include <limits>
+
+#include <sys/stat.h>
+
 using namespace orvanta;
 using namespace orvanta::platform;
 
@@ -150,6 +155,21 @@ void WorldFileTest::windowServerKeepsNumberKinds() {
     QCOMPARE(list.at(1).typeId(), QMetaType::QString);
     QCOMPARE(list.at(3).typeId(), QMetaType::Bool);
 
+    // Every integer that 64 bits hold keeps its exact value; tags give the kinds JSON has no form for.
+    const QVariantList integers = parsed(R"({"windowServer": [-9223372036854775808, 9223372036854775807,
+        18446744073709551615, -2147483648, {"$int64": 5}, {"$uint64": 5}, {"$double": "NaN"},
+        {"$date": "2025-03-04T09:15:27Z"}, {"$data": "AAE="}]})")
+                                      .windowServer.value.toList();
+    QCOMPARE(integers.at(0), QVariant(std::numeric_limits<qint64>::min()));
+    QCOMPARE(integers.at(1), QVariant(std::numeric_limits<qint64>::max()));
+    QCOMPARE(integers.at(2), QVariant(std::numeric_limits<quint64>::max()));
+    QCOMPARE(integers.at(3), QVariant(std::numeric_limits<int>::min()));
+    QCOMPARE(integers.at(4), QVariant(qint64(5)));
+    QCOMPARE(integers.at(5), QVariant(quint64(5)));
+    QVERIFY(std::isnan(integers.at(6).toDouble()));
+    QCOMPARE(integers.at(7).toDateTime(), QDateTime(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC));
+    QCOMPARE(integers.at(8).toByteArray(), QByteArray("\x00\x01", 2));
+
     // Derived lists are floating point, as on macOS, and hold only windows of running processes.
     SimulatedDesktop derived(parsed(R"({"runningApplications": [)" + clientApp + R"(],
         "windows": {"812": [{"size": [1400, 800]}], "77": [{"size": [1920, 1080]}]}})"));
@@ -212,6 +232,20 @@ void WorldFileTest::faultsNameTheLine_data() {
                               << QStringLiteral("w.json:1: \"now\": not an ISO 8601 time");
     QTest::newRow("32 bits") << QByteArray("{\"ownPid\": 4294967296}")
                              << QStringLiteral("w.json:1: \"ownPid\": the integer does not fit in 32 bits");
+    QTest::newRow("64 bits") << QByteArray("{\"windowServer\": [1,\n {\"X\": -9223372036854775809}]}")
+                             << QStringLiteral(
+                                    "w.json:2: \"windowServer[1].X\": the integer does not fit in 64 bits");
+    QTest::newRow("repeated key") << QByteArray("{\"ownPid\": 1,\n\"ownPid\": 2}")
+                                  << QStringLiteral("w.json:2: \"ownPid\": duplicate key");
+    QTest::newRow("attribute with value and error")
+        << QByteArray("{\"windows\": {\"1\": [\n{\"title\": \"x\", \"errors\": {\"title\": -25204}}]}}")
+        << QStringLiteral("w.json:2: \"windows.1[0]\": \"title\" has both a value and an error");
+    QTest::newRow("unknown tag") << QByteArray("{\"windowServer\": [{\"$int\": 1}]}")
+                                 << QStringLiteral("w.json:1: \"windowServer[0]\": unknown tag \"$int\"");
+    QTest::newRow("nested too deep") << QByteArray("{\"windowServer\": " + QByteArray(100000, '['))
+                                     << QStringLiteral("w.json:1: \"windowServer");
+    QTest::newRow("invalid UTF-8") << QByteArray("{\"now\": \"\xff\"}")
+                                   << QStringLiteral("w.json:1: not valid JSON: a text is not valid UTF-8");
 }
 
 void WorldFileTest::faultsNameTheLine() {
@@ -323,12 +357,22 @@ void WorldFileTest::detectCommandRejectsABadWorld() {
     QVERIFY2(error.startsWith(path + QStringLiteral(":3: \"windows.812[0].pid\": expected an integer")),
              qPrintable(error));
 
-    process.start(QStringLiteral(ORVANTA_APP_BINARY),
-                  {QStringLiteral("--detect"), QStringLiteral("--simulate"),
-                   m_dir.filePath(QStringLiteral("none.json"))});
-    QVERIFY(process.waitForFinished(10000));
-    QCOMPARE(process.exitCode(), 2);
-    QVERIFY(process.readAllStandardError().contains("none.json: cannot read the world file"));
+    // Only a regular file of a sensible size is read; nothing else blocks or exhausts memory.
+    const QString pipe = m_dir.filePath(QStringLiteral("pipe.json"));
+    QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    QFile large(m_dir.filePath(QStringLiteral("large.json")));
+    QVERIFY(large.open(QIODevice::WriteOnly) && large.resize(maximumWorldFileSize + 1));
+    large.close();
+    for (const QString& unreadable : {m_dir.filePath(QStringLiteral("none.json")), pipe,
+                                      QStringLiteral("/dev/zero"), m_dir.path(), large.fileName()}) {
+        process.start(QStringLiteral(ORVANTA_APP_BINARY),
+                      {QStringLiteral("--detect"), QStringLiteral("--simulate"), unreadable});
+        QVERIFY(process.waitForFinished(10000));
+        QCOMPARE(process.exitCode(), 2);
+        const QString message = QString::fromUtf8(process.readAllStandardError());
+        QVERIFY2(message.startsWith(unreadable + QStringLiteral(": cannot read the world file: ")),
+                 qPrintable(message));
+    }
 }
 
 QTEST_GUILESS_MAIN(WorldFileTest)

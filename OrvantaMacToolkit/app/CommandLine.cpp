@@ -1,7 +1,7 @@
 #include "CommandLine.h"
 
-#include "platform/simulated/WorldFile.h"
 #include "platform/desktop/SignalWake.h"
+#include "platform/simulated/WorldFile.h"
 #if !defined(Q_OS_MACOS) && !defined(Q_OS_WIN)
 #include "platform/desktop/LogindWake.h"
 #endif
@@ -63,14 +63,13 @@ std::unique_ptr<PlatformHost> PlatformHost::create(const CommandLineOptions& opt
     SimWorld world;
     QByteArray content;
     if (!options.simulateFile.isEmpty()) {
-        QFile file(options.simulateFile);
-        if (!file.open(QIODevice::ReadOnly)) {
+        std::variant<QByteArray, QString> read = readWorldFile(options.simulateFile);
+        if (const QString* message = std::get_if<QString>(&read)) {
             if (error)
-                *error = QStringLiteral("%1: cannot read the world file: %2")
-                             .arg(options.simulateFile, file.errorString());
+                *error = *message;
             return nullptr;
         }
-        content = file.readAll();
+        content = std::get<QByteArray>(std::move(read));
         WorldOrError loaded = parseWorld(content, options.simulateFile);
         if (const QString* message = std::get_if<QString>(&loaded)) {
             if (error)

@@ -168,7 +168,7 @@ AXAttributeResult SimulatedDesktop::copyAttributeValue(const AXElement& element,
     if (!slot)
         return {axError::attributeUnsupported, {}};
     if (!slot->has_value())
-        return {axError::noValue, {}};
+        return {window->readErrors.value(attribute, axError::noValue), {}};
     return {axError::success, **slot};
 }
 
