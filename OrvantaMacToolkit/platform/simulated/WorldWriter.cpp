@@ -7,7 +7,9 @@
 #include <QSaveFile>
 #include <QSet>
 
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace orvanta::platform {
@@ -479,13 +481,21 @@ std::optional<QString> saveWorldFile(const QString& path, const SimWorld& world)
     if (!file.open(QIODevice::WriteOnly))
         return failed(file.errorString());
     const QByteArray text = worldFileText(world);
-    if (file.write(text) != text.size()) {
-        const QString why = file.errorString();
+    // QSaveFile does not always keep the reason of a failed write (a full disk reads "Unknown error"), but
+    // errno still holds it right after the failing call.
+    const auto why = [&] {
+        const int code = errno;
+        return code != 0 ? QString::fromLocal8Bit(std::strerror(code)) : file.errorString();
+    };
+    errno = 0;
+    if (file.write(text) != text.size() || !file.flush()) {
+        const QString reason = why();
         file.cancelWriting();
-        return failed(why);
+        return failed(reason);
     }
+    errno = 0;
     if (!file.commit())
-        return failed(file.errorString());
+        return failed(why());
     return std::nullopt;
 }
 
