@@ -1,5 +1,6 @@
-// Reading world files of 10 MB: the worst shape for a reader that keeps something per value (an array of
-// small numbers) and a realistic one (a long window list of the client). Peak memory is the process's.
+// Reading world files of 10 MB: the worst shapes for a reader that keeps something per value (an array of
+// small numbers, an array of empty objects) and a realistic one (a long window list of the client). Peak
+// memory is the process's, so run one benchmark per process to read it.
 
 #include "platform/simulated/WorldFile.h"
 
@@ -18,6 +19,15 @@ QByteArray smallNumbers() {
     while (json.size() < fileSize)
         json += "7, ";
     json += "7]}";
+    return json;
+}
+
+// The most values per byte that become containers: empty objects.
+QByteArray emptyObjects() {
+    QByteArray json = R"({"windowServer": [)";
+    while (json.size() < fileSize)
+        json += "{},";
+    json += "{}]}";
     return json;
 }
 
@@ -58,6 +68,11 @@ void BM_readSmallNumbers(benchmark::State& state) {
     readWorld(state, smallNumbers());
 }
 BENCHMARK(BM_readSmallNumbers)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+void BM_readEmptyObjects(benchmark::State& state) {
+    readWorld(state, emptyObjects());
+}
+BENCHMARK(BM_readEmptyObjects)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 void BM_readManyWindows(benchmark::State& state) {
     readWorld(state, manyWindows());
