@@ -7,7 +7,7 @@
 #include "FloodScript.h"
 #include "diagnostics/ScriptRunner.h"
 #include "permissions/PermissionsService.h"
-#include "platform/SimulatedDesktop.h"
+#include "platform/simulated/SimulatedDesktop.h"
 #include "session/SessionMonitor.h"
 #include "window/MainWindow.h"
 #include "window/OutputLogView.h"

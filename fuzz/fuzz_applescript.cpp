@@ -3,7 +3,7 @@
 
 #include "FuzzSupport.h"
 
-#include "platform/SimulatedDesktop.h"
+#include "platform/simulated/SimulatedDesktop.h"
 #include "session/SessionDetector.h"
 #include "support/TextRules.h"
 

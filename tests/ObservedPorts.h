@@ -3,7 +3,7 @@
 // Ports that forward to a simulated desktop and note which thread asked, and can hold the System Events
 // query until the test lets it go.
 
-#include "platform/SimulatedDesktop.h"
+#include "platform/simulated/SimulatedDesktop.h"
 
 #include <QElapsedTimer>
 #include <QMutex>

@@ -2,7 +2,7 @@
 
 // Worlds shared by the tests: the client running as pid 812, this process as pid 4242.
 
-#include "platform/SimulatedDesktop.h"
+#include "platform/simulated/SimulatedDesktop.h"
 #include "session/SessionInfo.h"
 
 namespace orvanta::testing {

@@ -1,5 +1,5 @@
 #include "diagnostics/ReportCatalog.h"
-#include "platform/SimulatedDesktop.h"
+#include "platform/simulated/SimulatedDesktop.h"
 
 #include <QDir>
 #include <QDirIterator>

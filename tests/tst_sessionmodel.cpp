@@ -1,4 +1,4 @@
-#include "platform/SimulatedDesktop.h"
+#include "platform/simulated/SimulatedDesktop.h"
 #include "session/SessionDetector.h"
 #include "session/SessionInfo.h"
 

@@ -1,12 +1,28 @@
-// Worlds read from JSON files, the file watch, and the --detect command run as a real child process.
+// Worlds read from JSON files and recorded into them, the file watch, and the --detect and --record-world
+// commands run as a real child process.
 
-#include "platform/WorldFile.h"
+#include "TestWorlds.h"
+#include "app/CommandLine.h"
+#include "app/MenuBarContent.h"
+#include "app/MenuBarLabel.h"
+#include "platform/simulated/WorldFile.h"
+#include "platform/simulated/WorldWriter.h"
 #include "session/SessionDetector.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <cmath>
+#include <limits>
+
+#include <sys/stat.h>
 
 using namespace orvanta;
 using namespace orvanta::platform;
@@ -23,12 +39,48 @@ SimWorld parsed(const QByteArray& json) {
     return std::get<SimWorld>(result);
 }
 
+// The worlds of the --detect rows, by row name.
+QByteArray detectWorld(const QString& name) {
+    const QByteArray common =
+        R"({"now": "2025-03-04T09:15:27Z", "runningApplications": [)" + clientApp + "],";
+    const QMap<QString, QByteArray> worlds{
+        {QStringLiteral("named sessions"),
+         common + R"("windows": {"812": [{"title": "Desk 1", "size": [1920, 1080]}]}, )"
+                  R"("appleScript": {"result": "Desk 1\nBüro \u00222\u0022\n"}})"},
+        {QStringLiteral("hidden window, query refused"),
+         common + R"("appleScript": {"errorNumber": -10004}, "windowServer": [)"
+                  R"({"kCGWindowOwnerPID": 812, "kCGWindowBounds": {"Width": 1920.0, "Height": 1080.0}},)"
+                  R"({"kCGWindowOwnerPID": 812, "kCGWindowBounds": {"Width": 1920, "Height": 1080}}]})"},
+        {QStringLiteral("window list unreadable"),
+         common + R"("windowsError": {"812": -25204}, "appleScript": {"errorNumber": -1743}})"},
+        {QStringLiteral("control characters in a title"),
+         common + R"("windows": {"812": [{"title": "Desk\n1\t\u0007", "size": [1920, 1080]}]}, )"
+                  R"("appleScript": {"result": null}})"},
+        {QStringLiteral("not trusted"), R"({"now": "2025-03-04T09:15:27Z", "accessibilityTrusted": false})"},
+    };
+    return worlds.value(name);
+}
+
+// What --detect prints for a world: the transcript, the outcome, the label and the menu.
+QStringList passLines(const SimWorld& world) {
+    SimulatedDesktop desktop(world);
+    const app::DetectionReport report = app::runDetection(desktop.platform());
+    const platform::StatusItemLabel label = MenuBarLabel::content(world.accessibilityTrusted, report.status);
+    QStringList lines = report.transcript + app::statusLines(report.status);
+    lines << label.text + label.symbol;
+    for (const MenuRow& row : MenuBarContent::sessionSection(report.status))
+        lines << row.text;
+    return lines;
+}
+
 QString parseError(const QByteArray& json) {
     WorldOrError result = parseWorld(json, QStringLiteral("w.json"));
     return std::holds_alternative<QString>(result) ? std::get<QString>(result) : QString();
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(orvanta::platform::SimWorld)
 
 class WorldFileTest : public QObject {
     Q_OBJECT
@@ -45,6 +97,10 @@ private Q_SLOTS:
     void detectCommand_data();
     void detectCommand();
     void detectCommandRejectsABadWorld();
+    void recordingReplaysThePass_data();
+    void recordingReplaysThePass();
+    void recordingHoldsOnlyTheClient();
+    void recordCommand();
 
 private:
     QString writeFile(const QString& name, const QByteArray& content);
@@ -150,6 +206,21 @@ void WorldFileTest::windowServerKeepsNumberKinds() {
     QCOMPARE(list.at(1).typeId(), QMetaType::QString);
     QCOMPARE(list.at(3).typeId(), QMetaType::Bool);
 
+    // Every integer that 64 bits hold keeps its exact value; tags give the kinds JSON has no form for.
+    const QVariantList integers = parsed(R"({"windowServer": [-9223372036854775808, 9223372036854775807,
+        18446744073709551615, -2147483648, {"$int64": 5}, {"$uint64": 5}, {"$double": "NaN"},
+        {"$date": "2025-03-04T09:15:27Z"}, {"$data": "AAE="}]})")
+                                      .windowServer.value.toList();
+    QCOMPARE(integers.at(0), QVariant(std::numeric_limits<qint64>::min()));
+    QCOMPARE(integers.at(1), QVariant(std::numeric_limits<qint64>::max()));
+    QCOMPARE(integers.at(2), QVariant(std::numeric_limits<quint64>::max()));
+    QCOMPARE(integers.at(3), QVariant(std::numeric_limits<int>::min()));
+    QCOMPARE(integers.at(4), QVariant(qint64(5)));
+    QCOMPARE(integers.at(5), QVariant(quint64(5)));
+    QVERIFY(std::isnan(integers.at(6).toDouble()));
+    QCOMPARE(integers.at(7).toDateTime(), QDateTime(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC));
+    QCOMPARE(integers.at(8).toByteArray(), QByteArray("\x00\x01", 2));
+
     // Derived lists are floating point, as on macOS, and hold only windows of running processes.
     SimulatedDesktop derived(parsed(R"({"runningApplications": [)" + clientApp + R"(],
         "windows": {"812": [{"size": [1400, 800]}], "77": [{"size": [1920, 1080]}]}})"));
@@ -212,6 +283,20 @@ void WorldFileTest::faultsNameTheLine_data() {
                               << QStringLiteral("w.json:1: \"now\": not an ISO 8601 time");
     QTest::newRow("32 bits") << QByteArray("{\"ownPid\": 4294967296}")
                              << QStringLiteral("w.json:1: \"ownPid\": the integer does not fit in 32 bits");
+    QTest::newRow("64 bits") << QByteArray("{\"windowServer\": [1,\n {\"X\": -9223372036854775809}]}")
+                             << QStringLiteral(
+                                    "w.json:2: \"windowServer[1].X\": the integer does not fit in 64 bits");
+    QTest::newRow("repeated key") << QByteArray("{\"ownPid\": 1,\n\"ownPid\": 2}")
+                                  << QStringLiteral("w.json:2: \"ownPid\": duplicate key");
+    QTest::newRow("attribute with value and error")
+        << QByteArray("{\"windows\": {\"1\": [\n{\"title\": \"x\", \"errors\": {\"title\": -25204}}]}}")
+        << QStringLiteral("w.json:2: \"windows.1[0]\": \"title\" has both a value and an error");
+    QTest::newRow("unknown tag") << QByteArray("{\"windowServer\": [{\"$int\": 1}]}")
+                                 << QStringLiteral("w.json:1: \"windowServer[0]\": unknown tag \"$int\"");
+    QTest::newRow("nested too deep") << QByteArray("{\"windowServer\": " + QByteArray(100000, '['))
+                                     << QStringLiteral("w.json:1: \"windowServer");
+    QTest::newRow("invalid UTF-8") << QByteArray("{\"now\": \"\xff\"}")
+                                   << QStringLiteral("w.json:1: not valid JSON: a text is not valid UTF-8");
 }
 
 void WorldFileTest::faultsNameTheLine() {
@@ -251,51 +336,51 @@ void WorldFileTest::watcherFollowsTheFile() {
 void WorldFileTest::detectCommand_data() {
     QTest::addColumn<QByteArray>("world");
     QTest::addColumn<QStringList>("tail");
-    const QByteArray common = R"("now": "2025-03-04T09:15:27Z", "runningApplications": [)" + clientApp + "],";
-    QTest::newRow("named sessions")
-        << QByteArray("{" + common + R"("windows": {"812": [{"title": "Desk 1", "size": [1920, 1080]}]},
-                      "appleScript": {"result": "Desk 1\nBüro \"2\"\n"}})")
-        << QStringList{QStringLiteral("AS detect: raw=2 filtered=2"),
-                       QStringLiteral("Result: sessions count=2 named=2 unnamed=0"),
-                       QStringLiteral("status: sessions"),
-                       QStringLiteral("session: axNamed \"Desk 1\""),
-                       QString::fromUtf8("session: appleScript \"B\u00fcro \"2\"\""),
-                       QString::fromUtf8("label: 2\u25cf Desk 1"),
-                       QStringLiteral("menu: Active Sessions (2)"),
-                       QStringLiteral("menu: Desk 1"),
-                       QString::fromUtf8("menu: B\u00fcro \"2\"")};
-    QTest::newRow("hidden window, query refused")
-        << QByteArray("{" + common + R"("appleScript": {"errorNumber": -10004},
-                      "windowServer": [{"kCGWindowOwnerPID": 812, "kCGWindowBounds": {"Width": 1920.0, "Height": 1080.0}},
-                                       {"kCGWindowOwnerPID": 812, "kCGWindowBounds": {"Width": 1920, "Height": 1080}}]})")
+    QTest::addColumn<QStringList>("titles"); // as the JSON output gives them; untitled ones empty
+    const auto row = [](const char* name) -> QTestData& {
+        return QTest::newRow(name) << detectWorld(QString::fromLatin1(name));
+    };
+    row("named sessions") << QStringList{QStringLiteral("AS detect: raw=2 filtered=2"),
+                                         QStringLiteral("Result: sessions count=2 named=2 unnamed=0"),
+                                         QStringLiteral("status: sessions"),
+                                         QStringLiteral("session: axNamed \"Desk 1\""),
+                                         QString::fromUtf8("session: appleScript \"B\u00fcro \"2\"\""),
+                                         QString::fromUtf8("label: 2\u25cf Desk 1"),
+                                         QStringLiteral("menu: Active Sessions (2)"),
+                                         QStringLiteral("menu: Desk 1"),
+                                         QString::fromUtf8("menu: B\u00fcro \"2\"")}
+                          << QStringList{QStringLiteral("Desk 1"), QString::fromUtf8("B\u00fcro \"2\"")};
+    row("hidden window, query refused")
         << QStringList{QStringLiteral("CG tiebreaker: 1 large hidden window(s)"),
                        QStringLiteral("Result: sessions count=1 named=0 unnamed=1"),
                        QStringLiteral("status: sessions"),
                        QStringLiteral("session: cgHidden"),
                        QString::fromUtf8("label: 1\u25cf"),
                        QStringLiteral("menu: Active Sessions (1)"),
-                       QStringLiteral("menu: Background session")};
-    QTest::newRow("window list unreadable")
-        << QByteArray("{" + common +
-                      R"("windowsError": {"812": -25204}, "appleScript": {"errorNumber": -1743}})")
-        << QStringList{QStringLiteral("AX windows query failed (result=-25204)"),
-                       QStringLiteral("AS detect: error code=-1743 permissionDenied=true"),
-                       QStringLiteral("CG tiebreaker: 0 large hidden window(s)"),
-                       QStringLiteral("Result: needsAEPermission"),
-                       QStringLiteral("status: needsAEPermission"),
-                       QStringLiteral("label: icon macwindow"),
-                       QStringLiteral("menu: Permissions required")};
-    QTest::newRow("not trusted") << QByteArray(
-                                        R"({"now": "2025-03-04T09:15:27Z", "accessibilityTrusted": false})")
-                                 << QStringList{QStringLiteral("AX trust: NOT trusted"),
-                                                QStringLiteral("status: needsAXPermission"),
-                                                QStringLiteral("label: icon exclamationmark.triangle.fill"),
-                                                QStringLiteral("menu: Permissions required")};
+                       QStringLiteral("menu: Background session")}
+        << QStringList{QString()};
+    row("window list unreadable") << QStringList{QStringLiteral("AX windows query failed (result=-25204)"),
+                                                 QStringLiteral(
+                                                     "AS detect: error code=-1743 permissionDenied=true"),
+                                                 QStringLiteral("CG tiebreaker: 0 large hidden window(s)"),
+                                                 QStringLiteral("Result: needsAEPermission"),
+                                                 QStringLiteral("status: needsAEPermission"),
+                                                 QStringLiteral("label: icon macwindow"),
+                                                 QStringLiteral("menu: Permissions required")}
+                                  << QStringList();
+    // The lines are ambiguous here; the JSON document is not.
+    row("control characters in a title") << QStringList() << QStringList{QStringLiteral("Desk\n1\t\u0007")};
+    row("not trusted") << QStringList{QStringLiteral("AX trust: NOT trusted"),
+                                      QStringLiteral("status: needsAXPermission"),
+                                      QStringLiteral("label: icon exclamationmark.triangle.fill"),
+                                      QStringLiteral("menu: Permissions required")}
+                       << QStringList();
 }
 
 void WorldFileTest::detectCommand() {
     QFETCH(QByteArray, world);
     QFETCH(QStringList, tail);
+    QFETCH(QStringList, titles);
     const QString path = writeFile(QStringLiteral("detect.json"), world);
     QProcess process;
     process.start(QStringLiteral(ORVANTA_APP_BINARY),
@@ -304,10 +389,42 @@ void WorldFileTest::detectCommand() {
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 0);
     QCOMPARE(process.readAllStandardError(), QByteArray());
-    QStringList lines = QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'));
+    const QString text = QString::fromUtf8(process.readAllStandardOutput());
+    QStringList lines = text.split(QLatin1Char('\n'));
     QCOMPARE(lines.takeLast(), QString()); // every line ends with a line feed
     QCOMPARE(lines.first(), QStringLiteral("=== Detection @ 2025-03-04 09:15:27 +0000 ==="));
     QCOMPARE(lines.mid(lines.size() - tail.size()), tail);
+
+    // The JSON document says the same, line for line.
+    process.start(QStringLiteral(ORVANTA_APP_BINARY),
+                  {QStringLiteral("--detect"), QStringLiteral("--json"), QStringLiteral("--simulate"), path});
+    QVERIFY(process.waitForFinished(10000));
+    QCOMPARE(process.exitCode(), 0);
+    QJsonParseError error;
+    const QJsonObject json = QJsonDocument::fromJson(process.readAllStandardOutput(), &error).object();
+    QCOMPARE(error.error, QJsonParseError::NoError);
+    QStringList jsonTitles;
+    for (const QJsonValue& session : json.value(QStringLiteral("sessions")).toArray())
+        jsonTitles << session[QStringLiteral("title")].toString();
+    QCOMPARE(jsonTitles, titles);
+    QStringList fromJson;
+    for (const QJsonValue& line : json.value(QStringLiteral("transcript")).toArray())
+        fromJson << line.toString();
+    fromJson << QStringLiteral("status: ") + json.value(QStringLiteral("status")).toString();
+    for (const QJsonValue& session : json.value(QStringLiteral("sessions")).toArray()) {
+        const QJsonValue title = session[QStringLiteral("title")];
+        fromJson << QStringLiteral("session: ") + session[QStringLiteral("source")].toString() +
+                        (title.isNull() ? QString()
+                                        : QStringLiteral(" \"") + title.toString() + QLatin1Char('"'));
+    }
+    const QJsonValue label = json.value(QStringLiteral("label"));
+    fromJson << QStringLiteral("label: ") +
+                    (label[QStringLiteral("text")].isNull()
+                         ? QStringLiteral("icon ") + label[QStringLiteral("symbol")].toString()
+                         : label[QStringLiteral("text")].toString());
+    for (const QJsonValue& row : json.value(QStringLiteral("menu")).toArray())
+        fromJson << QStringLiteral("menu: ") + row[QStringLiteral("text")].toString();
+    QCOMPARE(fromJson.join(QLatin1Char('\n')) + QLatin1Char('\n'), text);
 }
 
 void WorldFileTest::detectCommandRejectsABadWorld() {
@@ -323,12 +440,172 @@ void WorldFileTest::detectCommandRejectsABadWorld() {
     QVERIFY2(error.startsWith(path + QStringLiteral(":3: \"windows.812[0].pid\": expected an integer")),
              qPrintable(error));
 
+    // Only a regular file of a sensible size is read; nothing else blocks or exhausts memory.
+    const QString pipe = m_dir.filePath(QStringLiteral("pipe.json"));
+    QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    QFile large(m_dir.filePath(QStringLiteral("large.json")));
+    QVERIFY(large.open(QIODevice::WriteOnly) && large.resize(maximumWorldFileSize + 1));
+    large.close();
+    for (const QString& unreadable : {m_dir.filePath(QStringLiteral("none.json")), pipe,
+                                      QStringLiteral("/dev/zero"), m_dir.path(), large.fileName()}) {
+        process.start(QStringLiteral(ORVANTA_APP_BINARY),
+                      {QStringLiteral("--detect"), QStringLiteral("--simulate"), unreadable});
+        QVERIFY(process.waitForFinished(10000));
+        QCOMPARE(process.exitCode(), 2);
+        const QString message = QString::fromUtf8(process.readAllStandardError());
+        QVERIFY2(message.startsWith(unreadable + QStringLiteral(": cannot read the world file: ")),
+                 qPrintable(message));
+    }
+}
+
+void WorldFileTest::recordingReplaysThePass_data() {
+    QTest::addColumn<SimWorld>("world");
+    using namespace orvanta::testing;
+
+    // Every world file of the tests and the fuzzer's seeds.
+    const QDir seeds(QStringLiteral(ORVANTA_SOURCE_DIR "/fuzz/corpus/worldfile"));
+    for (const QString& seed : seeds.entryList({QStringLiteral("*.json")}, QDir::Files))
+        QTest::newRow(qPrintable(seed)) << std::get<SimWorld>(loadWorldFile(seeds.filePath(seed)));
+    for (const char* row : {"named sessions", "hidden window, query refused", "window list unreadable",
+                            "control characters in a title", "not trusted"})
+        QTest::newRow(row) << parsed(detectWorld(QString::fromLatin1(row)));
+
+    // Built in code: every kind of value a port can answer with.
+    SimWorld errors = clientWorld({window(QStringLiteral("Desk 1")), window(QStringLiteral("Desk 2"))});
+    errors.windows[clientPid][0].title.reset();
+    errors.windows[clientPid][0].readErrors.insert(QStringLiteral("AXTitle"), axError::cannotComplete);
+    errors.windows[clientPid][1].size.reset();
+    errors.windows[clientPid][1].readErrors.insert(QStringLiteral("AXSize"), axError::attributeUnsupported);
+    errors.runningApplications.append({813, windowsAppBundleID, windowsAppProcessName});
+    errors.windowsError.insert(813, axError::cannotComplete);
+    errors.appleScript =
+        AppleScriptError{{{appleScriptErrorNumberKey, QVariant(qint64(-600))},
+                          {QStringLiteral("NSAppleScriptErrorMessage"), QStringLiteral("busy")}}};
+    QTest::newRow("errors") << errors;
+
+    SimWorld wrongTypes = clientWorld({window(QStringLiteral("Desk 1")), window(QString())});
+    wrongTypes.windows[clientPid][0].subrole = AXValue(true);
+    wrongTypes.windows[clientPid][0].minimized = AXValue(AXSize{1, 2});
+    wrongTypes.windows[clientPid][1].title = AXValue(AXOtherValue{QStringLiteral("CFNumber")});
+    wrongTypes.windows[clientPid][1].size = AXValue(QStringLiteral("1920x1080"));
+    wrongTypes.windows[clientPid][1].subrole = AXValue(QList<AXElement>{});
+    wrongTypes.runningApplications.append({813, windowsAppBundleID, QString()});
+    wrongTypes.windowsError.insert(813, axError::success); // read without a list
+    wrongTypes.appleScript = AppleScriptError{{{appleScriptErrorNumberKey, QStringLiteral("-1743")}}};
+    QTest::newRow("wrong types") << wrongTypes;
+
+    const auto cg = [](const QVariant& owner, const QVariant& width, const QVariant& layer) {
+        return QVariantMap{
+            {windowList::ownerPID, owner},
+            {windowList::layer, layer},
+            {windowList::bounds, QVariantMap{{windowList::width, width}, {windowList::height, 900.0}}},
+            {QStringLiteral("kCGWindowMemoryUsage"), QVariant(quint64(1) << 63)},
+            {QStringLiteral("kCGWindowAlpha"), QVariant(1.0f)},
+            {QStringLiteral("seen"), QDateTime(QDate(2025, 3, 4), QTime(9, 0), Qt::UTC)},
+            {QStringLiteral("data"), QByteArray("\0\xff", 2)}};
+    };
+    SimWorld numbers = clientWorld({window(QString(), 1920, 1080),
+                                    window(QStringLiteral("Small"), std::numeric_limits<double>::quiet_NaN(),
+                                           -std::numeric_limits<double>::infinity())});
+    numbers.runningApplications.append({813, windowsAppBundleID, windowsAppProcessName});
+    numbers.appleScript = AppleScriptError{{{appleScriptErrorNumberKey, QVariant(quint32(4294967295u))}}};
+    numbers.windowServer = {SimWindowList::Kind::given,
+                            QVariantList{cg(clientPid, 1400.0, qint64(0)), cg(813, 1920.0, QVariant()),
+                                         cg(qint64(clientPid), 1920.0, 0), cg(clientPid, 1920, 0),
+                                         cg(clientPid, std::numeric_limits<double>::infinity(), quint32(0)),
+                                         cg(clientPid, 1399.5, 0), cg(clientPid, 1920.0, qint64(3)),
+                                         cg(clientPid, std::numeric_limits<double>::quiet_NaN(), 0),
+                                         cg(clientPid, 1e300, short(0))}};
+    QTest::newRow("number kinds, census entries") << numbers;
+
+    SimWorld untitled = clientWorld({window(QString(), 1920, 1080, QStringLiteral("AXUnknown")),
+                                     window(QString(), 1920, 1080, QStringLiteral("AXUnknown"), true),
+                                     window(QStringLiteral("Mine")), window(QStringLiteral("Nobody's"))});
+    untitled.windows[clientPid][2].pid = ownPid;
+    untitled.windows[clientPid][3].ownerUnknown = true;
+    QTest::newRow("untitled windows, owners") << untitled;
+
+    SimWorld refused = clientWorld();
+    refused.appleScript = AppleScriptError{{{appleScriptErrorNumberKey, -1743}}};
+    QTest::newRow("refused query") << refused;
+    refused.windowServer = {SimWindowList::Kind::given, QVariantList{QStringLiteral("not a window")}};
+    QTest::newRow("refused query, malformed window list") << refused;
+    refused.windowServer = {SimWindowList::Kind::given, QStringLiteral("not a list")};
+    refused.appleScript = AppleScriptOutcome{};
+    QTest::newRow("no script object, window list not a list") << refused;
+    refused.windowServer = {SimWindowList::Kind::none, {}};
+    refused.appleScript = AppleScriptResult{std::nullopt};
+    QTest::newRow("no text, no window list") << refused;
+
+    SimWorld notRunning = clientWorld({window(QStringLiteral("Desk 1"))});
+    notRunning.runningApplications.clear();
+    notRunning.appleEventsStatus = -1744;
+    QTest::newRow("client not running") << notRunning;
+}
+
+void WorldFileTest::recordingReplaysThePass() {
+    QFETCH(SimWorld, world);
+    world.now = world.now.value_or(QDateTime(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC));
+    SimulatedDesktop desktop(world);
+    const QByteArray text = worldFileText(recordWorld(desktop.platform()));
+    WorldOrError replayed = parseWorld(text, QStringLiteral("recording.json"));
+    if (const QString* error = std::get_if<QString>(&replayed))
+        QFAIL(qPrintable(*error + QLatin1Char('\n') + QString::fromUtf8(text)));
+    QCOMPARE(passLines(std::get<SimWorld>(replayed)), passLines(world));
+    // Recording the replay gives the same file: nothing is lost or changed on the way.
+    SimulatedDesktop replay(std::get<SimWorld>(replayed));
+    QCOMPARE(QString::fromUtf8(worldFileText(recordWorld(replay.platform()))), QString::fromUtf8(text));
+}
+
+void WorldFileTest::recordingHoldsOnlyTheClient() {
+    using namespace orvanta::testing;
+    SimWorld world = clientWorld({window(QStringLiteral("Desk 1")), window(QStringLiteral("Secret mail"))});
+    world.windows[clientPid][1].pid = 999; // another process's window in the client's list
+    world.runningApplications.append(
+        {999, QStringLiteral("com.example.secret"), QStringLiteral("Secret App")});
+    world.windows[999] = {window(QStringLiteral("Secret plans"))};
+    world.windowServer = {
+        SimWindowList::Kind::given,
+        QVariantList{QVariantMap{{windowList::ownerPID, 999},
+                                 {QStringLiteral("kCGWindowOwnerName"), QStringLiteral("Secret App")},
+                                 {QStringLiteral("kCGWindowName"), QStringLiteral("Secret plans")}},
+                     QVariantMap{{windowList::ownerPID, clientPid},
+                                 {QStringLiteral("kCGWindowName"), QStringLiteral("Desk 1")}}}};
+    SimulatedDesktop desktop(world);
+    const SimWorld recorded = recordWorld(desktop.platform());
+    const QByteArray text = worldFileText(recorded);
+    QVERIFY2(!text.contains("Secret"), text.constData());
+    QCOMPARE(recorded.windows.keys(), QList<Pid>{clientPid});
+    QCOMPARE(recorded.windows.value(clientPid).at(1).pid, std::optional<Pid>(999));
+    QCOMPARE(recorded.windowServer.value.toList().size(), 1);
+    QCOMPARE(recorded.runningApplications.size(), 1);
+}
+
+void WorldFileTest::recordCommand() {
+    const QString world =
+        writeFile(QStringLiteral("record.json"), detectWorld(QStringLiteral("named sessions")));
+    const QString recording = m_dir.filePath(QStringLiteral("recording.json"));
+    QProcess process;
     process.start(QStringLiteral(ORVANTA_APP_BINARY),
-                  {QStringLiteral("--detect"), QStringLiteral("--simulate"),
-                   m_dir.filePath(QStringLiteral("none.json"))});
+                  {QStringLiteral("--simulate"), world, QStringLiteral("--record-world"), recording});
     QVERIFY(process.waitForFinished(10000));
-    QCOMPARE(process.exitCode(), 2);
-    QVERIFY(process.readAllStandardError().contains("none.json: cannot read the world file"));
+    QCOMPARE(process.exitCode(), 0);
+    QCOMPARE(process.readAllStandardOutput(), QByteArray());
+    QCOMPARE(passLines(std::get<SimWorld>(loadWorldFile(recording))),
+             passLines(std::get<SimWorld>(loadWorldFile(world))));
+
+    // A path that cannot be written is a clear error, and nothing is left behind.
+    const QStringList before = QDir(m_dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+    for (const QString& target : {m_dir.filePath(QStringLiteral("missing/recording.json")), m_dir.path()}) {
+        process.start(QStringLiteral(ORVANTA_APP_BINARY),
+                      {QStringLiteral("--simulate"), world, QStringLiteral("--record-world"), target});
+        QVERIFY(process.waitForFinished(10000));
+        QCOMPARE(process.exitCode(), 2);
+        const QString message = QString::fromUtf8(process.readAllStandardError());
+        QVERIFY2(message.startsWith(target + QStringLiteral(": cannot write the recording: ")),
+                 qPrintable(message));
+    }
+    QCOMPARE(QDir(m_dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
 }
 
 QTEST_GUILESS_MAIN(WorldFileTest)

@@ -1,13 +1,15 @@
 #include "CommandLine.h"
 
-#include "platform/WorldFile.h"
 #include "platform/desktop/SignalWake.h"
+#include "platform/simulated/WorldFile.h"
 #if !defined(Q_OS_MACOS) && !defined(Q_OS_WIN)
 #include "platform/desktop/LogindWake.h"
 #endif
 #include "session/SessionDetector.h"
 
-#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 #include <cstdio>
 
@@ -19,6 +21,8 @@ namespace {
 const QString simulateOption = QStringLiteral("simulate");
 const QString detectOption = QStringLiteral("detect");
 const QString verboseOption = QStringLiteral("verbose");
+const QString jsonOption = QStringLiteral("json");
+const QString recordOption = QStringLiteral("record-world");
 
 void writeLines(std::FILE* stream, const QStringList& lines) {
     QByteArray text;
@@ -37,6 +41,11 @@ void addOptions(QCommandLineParser& parser) {
          QStringLiteral("file")});
     parser.addOption({detectOption, QStringLiteral("Run one detection pass, print its transcript and "
                                                    "outcome, and exit.")});
+    parser.addOption({jsonOption, QStringLiteral("With --detect: print the pass as one JSON document.")});
+    parser.addOption({recordOption,
+                      QStringLiteral("Write everything a detection pass reads to <file> as a world file, for "
+                                     "replaying it with --simulate, and exit."),
+                      QStringLiteral("file")});
     parser.addOption({verboseOption, QStringLiteral("Echo every batch the debug log receives to standard "
                                                     "error.")});
 }
@@ -46,6 +55,8 @@ CommandLineOptions readOptions(const QCommandLineParser& parser) {
     options.simulateFile = parser.value(simulateOption);
     options.detect = parser.isSet(detectOption);
     options.verbose = parser.isSet(verboseOption);
+    options.json = parser.isSet(jsonOption);
+    options.recordFile = parser.value(recordOption);
     return options;
 }
 
@@ -63,14 +74,13 @@ std::unique_ptr<PlatformHost> PlatformHost::create(const CommandLineOptions& opt
     SimWorld world;
     QByteArray content;
     if (!options.simulateFile.isEmpty()) {
-        QFile file(options.simulateFile);
-        if (!file.open(QIODevice::ReadOnly)) {
+        std::variant<QByteArray, QString> read = readWorldFile(options.simulateFile);
+        if (const QString* message = std::get_if<QString>(&read)) {
             if (error)
-                *error = QStringLiteral("%1: cannot read the world file: %2")
-                             .arg(options.simulateFile, file.errorString());
+                *error = *message;
             return nullptr;
         }
-        content = file.readAll();
+        content = std::get<QByteArray>(std::move(read));
         WorldOrError loaded = parseWorld(content, options.simulateFile);
         if (const QString* message = std::get_if<QString>(&loaded)) {
             if (error)
@@ -130,6 +140,37 @@ QStringList statusLines(const DetectorStatus& status) {
         lines << line;
     }
     return lines;
+}
+
+QByteArray detectionJson(const DetectionReport& report, const platform::StatusItemLabel& label,
+                         const QList<MenuRow>& menu) {
+    const auto textOrNull = [](const QString& text) {
+        return text.isEmpty() ? QJsonValue() : QJsonValue(text);
+    };
+    QJsonArray sessions;
+    for (const SessionInfo& session : report.status.sessions())
+        sessions.append(QJsonObject{
+            {QStringLiteral("source"), SessionInfo::rawValue(session.source)},
+            {QStringLiteral("title"), session.title ? QJsonValue(*session.title) : QJsonValue()}});
+    QJsonArray rows;
+    for (const MenuRow& row : menu) {
+        QJsonObject entry{{QStringLiteral("kind"), row.kind == MenuRow::Kind::session
+                                                       ? QStringLiteral("session")
+                                                       : QStringLiteral("information")},
+                          {QStringLiteral("text"), row.text}};
+        if (row.kind == MenuRow::Kind::session)
+            entry.insert(QStringLiteral("session"), qint64(row.sessionIndex));
+        rows.append(entry);
+    }
+    const QJsonObject document{
+        {QStringLiteral("status"), report.status.caseName()},
+        {QStringLiteral("sessions"), sessions},
+        {QStringLiteral("transcript"), QJsonArray::fromStringList(report.transcript)},
+        {QStringLiteral("label"), QJsonObject{{QStringLiteral("text"), textOrNull(label.text)},
+                                              {QStringLiteral("symbol"), textOrNull(label.symbol)}}},
+        {QStringLiteral("menu"), rows},
+    };
+    return QJsonDocument(document).toJson(QJsonDocument::Indented);
 }
 
 void printLines(const QStringList& lines) {

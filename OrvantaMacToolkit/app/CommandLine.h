@@ -4,9 +4,11 @@
 // report of --detect. main() and the application shell call these; nothing here starts a window.
 
 #include "DebugLog.h"
+#include "app/MenuBarContent.h"
+#include "platform/MenuBarItem.h"
 #include "platform/NativePlatform.h"
 #include "platform/Platform.h"
-#include "platform/SimulatedDesktop.h"
+#include "platform/simulated/SimulatedDesktop.h"
 #include "session/SessionInfo.h"
 
 #include <QCommandLineParser>
@@ -25,10 +27,12 @@ namespace orvanta::app {
 struct CommandLineOptions {
     QString simulateFile; // empty: no --simulate
     bool detect = false;
+    bool json = false;
     bool verbose = false;
+    QString recordFile; // empty: no --record-world
 };
 
-// Adds --simulate, --detect and --verbose (the caller adds --help and --version).
+// Adds --simulate, --detect, --json, --record-world and --verbose (the caller adds --help and --version).
 void addOptions(QCommandLineParser& parser);
 CommandLineOptions readOptions(const QCommandLineParser& parser);
 
@@ -68,6 +72,11 @@ DetectionReport runDetection(const platform::Platform& platform);
 
 // "status: <case>", then for sessions one "session: <source>[ \"<title>\"]" line per entry.
 QStringList statusLines(const DetectorStatus& status);
+
+// The pass as one JSON document: "status", "sessions" (source and title, null when untitled), "transcript",
+// "label" (text and symbol, null when not shown) and "menu" (the session section's rows).
+QByteArray detectionJson(const DetectionReport& report, const platform::StatusItemLabel& label,
+                         const QList<MenuRow>& menu);
 
 // Writes lines to standard output or standard error, one a line, UTF-8, and flushes.
 void printLines(const QStringList& lines);

@@ -6,6 +6,7 @@
 #include "app/SingleInstance.h"
 #include "diagnostics/ReportCatalog.h"
 #include "diagnostics/ScriptRunner.h"
+#include "platform/simulated/WorldWriter.h"
 #include "window/MainWindow.h"
 
 #include <QApplication>
@@ -14,6 +15,7 @@
 #include <QFileInfo>
 #include <QTimer>
 
+#include <cstdio>
 #include <cstring>
 #include <memory>
 
@@ -31,6 +33,8 @@ bool needsNoDisplay(int argc, char* argv[]) {
             if (std::strcmp(argv[i], option) == 0)
                 return true;
         }
+        if (std::strncmp(argv[i], "--record-world", 14) == 0)
+            return true;
     }
     return false;
 }
@@ -40,14 +44,24 @@ void setIdentity() {
     QCoreApplication::setApplicationVersion(QStringLiteral(ORVANTA_VERSION));
 }
 
-QStringList labelAndMenuLines(const platform::Platform& platform, const DetectorStatus& status) {
+// --detect: the pass, then what the menu bar would show, as lines or as one JSON document.
+void printDetection(const platform::Platform& platform, bool json) {
+    const app::DetectionReport report = app::runDetection(platform);
     const platform::StatusItemLabel label =
-        MenuBarLabel::content(platform.accessibility->isProcessTrusted(), status);
-    QStringList lines{QStringLiteral("label: ") +
-                      (label.text.isEmpty() ? QStringLiteral("icon ") + label.symbol : label.text)};
-    for (const MenuRow& row : MenuBarContent::sessionSection(status))
+        MenuBarLabel::content(platform.accessibility->isProcessTrusted(), report.status);
+    const QList<MenuRow> menu = MenuBarContent::sessionSection(report.status);
+    if (json) {
+        const QByteArray document = app::detectionJson(report, label, menu);
+        std::fwrite(document.constData(), 1, size_t(document.size()), stdout);
+        std::fflush(stdout);
+        return;
+    }
+    QStringList lines = report.transcript + app::statusLines(report.status);
+    lines.append(QStringLiteral("label: ") +
+                 (label.text.isEmpty() ? QStringLiteral("icon ") + label.symbol : label.text));
+    for (const MenuRow& row : menu)
         lines.append(QStringLiteral("menu: ") + row.text);
-    return lines;
+    app::printLines(lines);
 }
 
 // One copy per user; a simulated world is a separate copy, so a test or a demonstration can run beside it.
@@ -142,18 +156,33 @@ int main(int argc, char* argv[]) {
         return 2;
     }
 
+    if (options.json && !options.detect) {
+        app::printErrorLines({QStringLiteral("--json goes with --detect")});
+        return 2;
+    }
+
     QString error;
-    const auto mode = options.detect ? app::PlatformHost::Mode::onePass : app::PlatformHost::Mode::running;
+    const bool onePass = options.detect || !options.recordFile.isEmpty();
+    const auto mode = onePass ? app::PlatformHost::Mode::onePass : app::PlatformHost::Mode::running;
     const std::unique_ptr<app::PlatformHost> host = app::PlatformHost::create(options, mode, &error);
     if (!host) {
         app::printErrorLines({error});
         return 2;
     }
 
+    if (!options.recordFile.isEmpty()) {
+        const platform::SimWorld world = platform::recordWorld(host->platform());
+        if (const std::optional<QString> failure = platform::saveWorldFile(options.recordFile, world)) {
+            app::printErrorLines({*failure});
+            return 2;
+        }
+        if (!options.detect) {
+            app::printErrorLines({QStringLiteral("World recorded to ") + options.recordFile});
+            return 0;
+        }
+    }
     if (options.detect) {
-        const app::DetectionReport report = app::runDetection(host->platform());
-        app::printLines(report.transcript + app::statusLines(report.status) +
-                        labelAndMenuLines(host->platform(), report.status));
+        printDetection(host->platform(), options.json);
         return 0;
     }
 

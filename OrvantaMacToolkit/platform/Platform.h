@@ -2,7 +2,7 @@
 
 // The operating system as the deciding logic sees it. Each port is shaped like the calls it stands for,
 // with their error codes and loosely typed values, so that every failure path can be produced in a test.
-// Implementations: platform/mac (the real frameworks, Apple only) and SimulatedDesktop (a world in memory).
+// Implementations: platform/mac (the real frameworks, Apple only) and platform/simulated (a world in memory).
 // Every port may be called from any thread unless its comment says otherwise.
 
 #include <QDateTime>

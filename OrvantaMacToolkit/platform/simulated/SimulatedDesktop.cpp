@@ -1,6 +1,6 @@
 #include "SimulatedDesktop.h"
 
-#include "desktop/DesktopServices.h"
+#include "platform/desktop/DesktopServices.h"
 
 #include <QCoreApplication>
 #include <QMutexLocker>
@@ -168,7 +168,7 @@ AXAttributeResult SimulatedDesktop::copyAttributeValue(const AXElement& element,
     if (!slot)
         return {axError::attributeUnsupported, {}};
     if (!slot->has_value())
-        return {axError::noValue, {}};
+        return {window->readErrors.value(attribute, axError::noValue), {}};
     return {axError::success, **slot};
 }
 
@@ -215,6 +215,7 @@ AppleScriptOutcome SimulatedDesktop::run(const QString& source) {
 
     // System Events as macOS answers the window-name query: the first process of that name, the names of
     // its windows that have one, each followed by a line feed; nothing when there is no such process.
+    // Windows that another process owns are not that process's windows.
     const auto client =
         std::find_if(m_world.runningApplications.cbegin(), m_world.runningApplications.cend(),
                      [](const RunningApplication& app) { return app.name == systemEventsClientName; });
@@ -222,6 +223,8 @@ AppleScriptOutcome SimulatedDesktop::run(const QString& source) {
         return AppleScriptResult{std::nullopt};
     QString names;
     for (const SimWindow& window : m_world.windows.value(client->pid)) {
+        if (window.pid.value_or(client->pid) != client->pid)
+            continue;
         if (window.title)
             if (const QString* title = std::get_if<QString>(&*window.title))
                 names += *title + QLatin1Char('\n');

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform.h"
+#include "platform/Platform.h"
 
 #include <QElapsedTimer>
 #include <QMap>
@@ -10,13 +10,15 @@
 
 namespace orvanta::platform {
 
-// One Accessibility window of a simulated process. A missing attribute makes its read fail; a present one
-// is read as the value given, whatever its type.
+// One Accessibility window of a simulated process. A missing attribute makes its read fail, with the code
+// in `readErrors` under the attribute's name ("AXTitle") or else axError::noValue; a present one is read as
+// the value given, whatever its type.
 struct SimWindow {
     std::optional<AXValue> title;
     std::optional<AXValue> subrole;
     std::optional<AXValue> size;
     std::optional<AXValue> minimized;
+    QMap<QString, int> readErrors;
     std::optional<Pid> pid;    // owner; none means the process whose list holds the window
     bool ownerUnknown = false; // the owner lookup fails (the scan then reads the owner as 0)
 
