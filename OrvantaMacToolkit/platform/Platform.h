@@ -70,6 +70,9 @@ public:
     // The owning process of an element, or none when the platform reports an error.
     virtual std::optional<Pid> elementPid(const AXElement& element) = 0;
     virtual int performAction(const AXElement& element, const QString& action) = 0;
+    // Bounds how long later requests through this element (not its children) wait for the application to
+    // answer; past it they fail with cannotComplete. Elements start with the platform's default.
+    virtual int setMessagingTimeout(const AXElement& element, float seconds) = 0;
 };
 
 // ---- AppleScript -----------------------------------------------------------------------------------

@@ -77,6 +77,11 @@ void SimulatedDesktop::clearActions() {
     m_actions.clear();
 }
 
+QStringList SimulatedDesktop::messagingTimeouts() const {
+    QMutexLocker lock(&m_mutex);
+    return m_messagingTimeouts;
+}
+
 QString SimulatedDesktop::lastAppleScriptSource() const {
     QMutexLocker lock(&m_mutex);
     return m_lastSource;
@@ -201,6 +206,16 @@ int SimulatedDesktop::performAction(const AXElement& element, const QString& act
                           .arg(title ? *title : QString());
     }
     record(description);
+    return axError::success;
+}
+
+int SimulatedDesktop::setMessagingTimeout(const AXElement& element, float seconds) {
+    const SimElement* sim = simElement(element);
+    if (!sim || seconds < 0)
+        return axError::illegalArgument;
+    QMutexLocker lock(&m_mutex);
+    m_messagingTimeouts.append(
+        QStringLiteral("pid=%1 window=%2 %3s").arg(sim->appPid).arg(sim->windowIndex).arg(double(seconds)));
     return axError::success;
 }
 
