@@ -112,6 +112,8 @@ public:
     virtual ~WindowServer() = default;
     // Nothing, or a value that should be a list of maps with text keys. Numbers keep their kind: a 32-bit
     // integer is QMetaType::Int, a wider integer QMetaType::LongLong, floating point QMetaType::Double.
+    // The native list gives the owner's process identifier as Int whenever its value fits, and the bounds
+    // as decoded by the platform: X, Y, Width and Height, all Double.
     virtual std::optional<QVariant> copyWindowInfo(quint32 options, quint32 relativeToWindow) = 0;
 };
 
