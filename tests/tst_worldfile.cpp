@@ -212,6 +212,9 @@ void WorldFileTest::faultsNameTheLine_data() {
                               << QStringLiteral("w.json:1: \"now\": not an ISO 8601 time");
     QTest::newRow("32 bits") << QByteArray("{\"ownPid\": 4294967296}")
                              << QStringLiteral("w.json:1: \"ownPid\": the integer does not fit in 32 bits");
+    QTest::newRow("negative delay") << QByteArray("{\"appleScriptDelayMs\": -5}")
+                                    << QStringLiteral(
+                                           "w.json:1: \"appleScriptDelayMs\": a delay cannot be negative");
 }
 
 void WorldFileTest::faultsNameTheLine() {

@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QMutexLocker>
+#include <QThread>
 
 #include <cstdio>
 
@@ -222,6 +223,15 @@ int SimulatedDesktop::setMessagingTimeout(const AXElement& element, float second
 // ---- AppleScript -----------------------------------------------------------------------------------
 
 AppleScriptOutcome SimulatedDesktop::run(const QString& source) {
+    int delayMs = 0;
+    {
+        QMutexLocker lock(&m_mutex);
+        delayMs = m_world.appleScriptDelayMs;
+    }
+    if (delayMs > 0) {
+        record(QStringLiteral("System Events answers in %1 ms").arg(delayMs));
+        QThread::msleep(static_cast<unsigned long>(delayMs));
+    }
     QMutexLocker lock(&m_mutex);
     m_lastSource = source;
     ++m_appleScriptRuns;

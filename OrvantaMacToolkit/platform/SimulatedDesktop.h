@@ -43,6 +43,8 @@ struct SimWorld {
     QMap<Pid, int> windowsError;
     // When absent, System Events answers from `windows` as macOS would.
     std::optional<AppleScriptOutcome> appleScript;
+    // How long System Events takes to answer, as when it hangs until the Apple Event's time-out.
+    int appleScriptDelayMs = 0;
     SimWindowList windowServer;
 };
 

@@ -391,7 +391,7 @@ private:
                         QStringLiteral("appleEventsStatus"), QStringLiteral("ownPid"),
                         QStringLiteral("runningApplications"), QStringLiteral("windows"),
                         QStringLiteral("windowsError"), QStringLiteral("appleScript"),
-                        QStringLiteral("windowServer")}))
+                        QStringLiteral("appleScriptDelayMs"), QStringLiteral("windowServer")}))
             return false;
 
         for (auto it = root.constBegin(); it != root.constEnd(); ++it) {
@@ -413,6 +413,11 @@ private:
             } else if (key == QLatin1String("appleEventsStatus")) {
                 if (!readInt(key, value, world.appleEventsStatus))
                     return false;
+            } else if (key == QLatin1String("appleScriptDelayMs")) {
+                if (!readInt(key, value, world.appleScriptDelayMs))
+                    return false;
+                if (world.appleScriptDelayMs < 0)
+                    return fail(key, QStringLiteral("a delay cannot be negative"));
             } else if (key == QLatin1String("ownPid")) {
                 int pid = 0;
                 if (!readInt(key, value, pid))
