@@ -145,9 +145,10 @@ public:
 
     // The running instances with this bundle identifier, in the platform's order.
     virtual QList<RunningApplication> runningApplications(const QString& bundleId) = 0;
-    // Activates the running application with this process identifier; false when there is none.
+    // Activates the running application with this process identifier; false when there is none. Where
+    // activation is cooperative (macOS 14 and later), this application first yields its turn to it.
     virtual bool activateApplication(Pid pid, unsigned options) = 0;
-    // Brings this application to the front, ignoring other applications.
+    // Brings this application to the front, ignoring other applications (on macOS 14 and later, asks to).
     virtual void activateSelf() = 0;
     virtual bool openUrl(const QUrl& url) = 0;
     virtual bool moveToTrash(const QString& path) = 0;

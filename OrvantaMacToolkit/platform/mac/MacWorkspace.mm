@@ -63,7 +63,8 @@ public:
     }
 
     void activateSelf() override {
-        // The user just chose something in this application's menu, so the system grants the request.
+        // Called right after the user chose something in this application's menu, when the system
+        // normally grants the request.
         if (@available(macOS 14.0, *)) {
             [NSApp activate];
         } else {
