@@ -1,8 +1,8 @@
 # The macOS application bundle: included from the top-level CMakeLists.txt on Apple only.
 #
 #   cmake --build --preset default                    -> build/default/OrvantaMacToolkit.app (runs from the tree)
-#   cmake --build --preset default --target bundle    -> the same bundle with Qt deployed into it and signed
-#                                                        ad hoc with the Apple Events entitlement
+#   cmake --build --preset default --target bundle    -> the same bundle with Qt deployed into it, signed (ad
+#                                                        hoc by default) with the Apple Events entitlement, checked
 
 set(ORVANTA_BUNDLE_IDENTIFIER "com.orvanta.mactoolkit")
 set(ORVANTA_ENTITLEMENTS "${PROJECT_SOURCE_DIR}/resources/mac/OrvantaMacToolkit.entitlements")
@@ -58,17 +58,21 @@ if(EXISTS "${ORVANTA_LOGO}" AND ORVANTA_RSVG_CONVERT AND ORVANTA_ICONUTIL)
     set_target_properties(orvanta-mac-toolkit PROPERTIES MACOSX_BUNDLE_ICON_FILE "AppIcon")
 endif()
 
-# Qt's frameworks and plug-ins copied into the bundle, then one ad-hoc signature over everything, carrying
-# the entitlement that lets the application ask to automate System Events.
+# Qt's frameworks and plug-ins copied into the bundle, then signed inside-out (ad hoc unless
+# ORVANTA_CODESIGN_IDENTITY names a Developer ID), then checked as a user's Mac would load it. The release
+# workflow runs the same steps through tools/macos-bundle.sh.
+set(ORVANTA_CODESIGN_IDENTITY "-" CACHE STRING "codesign identity for the 'bundle' target; - signs ad hoc")
 get_filename_component(ORVANTA_QT_BIN_HINT "${Qt6_DIR}/../../../bin" ABSOLUTE)
 find_program(ORVANTA_MACDEPLOYQT macdeployqt HINTS "${ORVANTA_QT_BIN_HINT}" "${QT6_INSTALL_PREFIX}/bin")
 if(ORVANTA_MACDEPLOYQT)
+    set(bundleScript "${PROJECT_SOURCE_DIR}/tools/macos-bundle.sh")
     add_custom_target(bundle
-        COMMAND "${ORVANTA_MACDEPLOYQT}" "$<TARGET_BUNDLE_DIR:orvanta-mac-toolkit>" -always-overwrite
-        COMMAND codesign --force --deep --sign - --entitlements "${ORVANTA_ENTITLEMENTS}"
-                "$<TARGET_BUNDLE_DIR:orvanta-mac-toolkit>"
-        COMMAND codesign --verify --deep --strict "$<TARGET_BUNDLE_DIR:orvanta-mac-toolkit>"
-        COMMENT "Deploying Qt into the bundle and signing it ad hoc"
+        COMMAND "${CMAKE_COMMAND}" -E env "MACDEPLOYQT=${ORVANTA_MACDEPLOYQT}"
+                "${bundleScript}" deploy "$<TARGET_BUNDLE_DIR:orvanta-mac-toolkit>"
+        COMMAND "${CMAKE_COMMAND}" -E env "CODESIGN_IDENTITY=${ORVANTA_CODESIGN_IDENTITY}"
+                "${bundleScript}" sign "$<TARGET_BUNDLE_DIR:orvanta-mac-toolkit>" "${ORVANTA_ENTITLEMENTS}"
+        COMMAND "${bundleScript}" check "$<TARGET_BUNDLE_DIR:orvanta-mac-toolkit>" ${CMAKE_OSX_ARCHITECTURES}
+        COMMENT "Deploying Qt into the bundle, signing and checking it"
         VERBATIM)
     add_dependencies(bundle orvanta-mac-toolkit bundle-scripts)
 else()

@@ -27,6 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     SimWorld world = std::get<SimWorld>(std::move(loaded));
     // The loader makes no world that the rest of the system cannot take.
     world.now = world.now.value_or(QDateTime(QDate(2025, 1, 1), QTime(0, 0), Qt::UTC));
+    world.appleScriptDelayMs = 0; // a late System Events only makes the pass wait
     SimulatedDesktop desktop(world);
     DebugCollector collector;
     const DetectorStatus status = SessionDetector::detect(desktop.platform(), &collector);

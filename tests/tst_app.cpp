@@ -137,6 +137,24 @@ private Q_SLOTS:
         QCOMPARE(first.process.state(), QProcess::Running);
     }
 
+    void quitsPromptlyWhileSystemEventsHangs() {
+        // The first pass waits for System Events far longer than the test does; a termination signal quits
+        // as "Quit" does, and the process ends although the monitor's thread is still blocked.
+        QFile world(m_world);
+        QVERIFY(world.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        world.write(QByteArray(oneSessionWorld).replace("{\n", "{\"appleScriptDelayMs\": 600000,\n"));
+        world.close();
+        AppProcess app(m_home.path(), m_world);
+        QVERIFY(app.waitForLine(QStringLiteral("app: ready")));
+        QVERIFY(app.waitForLine(QStringLiteral("simulated desktop: System Events answers in 600000 ms")));
+        app.process.terminate();
+        QVERIFY(app.process.waitForFinished(60000));
+        QCOMPARE(app.process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(app.process.exitCode(), 0);
+        app.readLines();
+        QVERIFY(app.lines.contains(QStringLiteral("app: quitting")));
+    }
+
     void theWindowStartsAfreshEachTimeItOpens() {
         platform::SimulatedDesktop desktop(
             testing::clientWorld({testing::window(QStringLiteral("Work desktop"))}));

@@ -191,6 +191,7 @@ void AXScanTest::failedWindowList() {
         }
         std::optional<Pid> elementPid(const AXElement&) override { return 1; }
         int performAction(const AXElement&, const QString&) override { return 0; }
+        int setMessagingTimeout(const AXElement&, float) override { return 0; }
     } ax;
     ax.error = error;
     ax.kind = valueKind;

@@ -1,4 +1,5 @@
 #include "TestWorlds.h"
+#include "session/SessionDetector.h"
 #include "session/SessionFocus.h"
 
 #include <QTest>
@@ -62,10 +63,18 @@ void SessionFocusTest::findAXWindow() {
     QVERIFY(!SessionFocus::findAXWindow(platform, std::nullopt));
     QVERIFY(!SessionFocus::findAXWindow(platform, QString()));
     QVERIFY(!SessionFocus::findAXWindow(platform, QStringLiteral("Desk 1"))); // no trimming, case kept
+    const qsizetype earlierTimeouts = desktop.messagingTimeouts().size();
     const AXElement cafe = SessionFocus::findAXWindow(platform, QString::fromUtf8("Caf\u00e9"));
     QVERIFY(cafe);
     QCOMPARE(desktop.performAction(cafe, QStringLiteral("AXRaise")), 0);
     QVERIFY(desktop.actionDescriptions().last().contains(QStringLiteral("window=3")));
+    // Every element the lookup asked through answers within a second or fails, so a hung client cannot
+    // hold the main thread; the detection pass, on its own thread, keeps the platform's default.
+    QCOMPARE(desktop.messagingTimeouts().mid(earlierTimeouts),
+             (QStringList{"pid=812 window=-1 1s", "pid=812 window=0 1s", "pid=812 window=1 1s",
+                          "pid=812 window=2 1s", "pid=812 window=3 1s"}));
+    QCOMPARE(SessionDetector::detect(platform).kind(), DetectorStatus::Kind::sessions);
+    QCOMPARE(desktop.messagingTimeouts().size(), earlierTimeouts + 5);
 
     desktop.updateWorld([](SimWorld& world) { world.windowsError[clientPid] = axError::cannotComplete; });
     QVERIFY(!SessionFocus::findAXWindow(platform, QStringLiteral(" Desk 1")));

@@ -297,6 +297,9 @@ void WorldFileTest::faultsNameTheLine_data() {
                                      << QStringLiteral("w.json:1: \"windowServer");
     QTest::newRow("invalid UTF-8") << QByteArray("{\"now\": \"\xff\"}")
                                    << QStringLiteral("w.json:1: not valid JSON: a text is not valid UTF-8");
+    QTest::newRow("negative delay") << QByteArray("{\"appleScriptDelayMs\": -5}")
+                                    << QStringLiteral(
+                                           "w.json:1: \"appleScriptDelayMs\": a delay cannot be negative");
 }
 
 void WorldFileTest::faultsNameTheLine() {

@@ -64,11 +64,14 @@ void MenuBarContent::rebuild(const DetectorStatus& status) {
     });
     QAction* quit = m_menu->addAction(quitText);
     quit->setShortcut(QKeySequence::Quit);
-    quit->setMenuRole(QAction::QuitRole);
     connect(quit, &QAction::triggered, this, [this] {
         if (m_actions.quit)
             m_actions.quit();
     });
+    // Qt's Cocoa plugin moves actions with a role, or whose text looks like "Quit", "About" or "Preferences",
+    // into the application menu, which an application that lives in the menu bar never shows.
+    for (QAction* action : m_menu->actions())
+        action->setMenuRole(QAction::NoRole);
 }
 
 } // namespace orvanta

@@ -2,6 +2,7 @@
 #include "app/MenuBarContent.h"
 #include "app/MenuBarLabel.h"
 #include "app/OrvantaMacToolkitApp.h"
+#include "app/ProcessEnd.h"
 #include "app/ScriptsFolder.h"
 #include "app/SingleInstance.h"
 #include "diagnostics/ReportCatalog.h"
@@ -161,6 +162,8 @@ int main(int argc, char* argv[]) {
         return 2;
     }
 
+    // Declared before everything it may have to cut short, so that it goes last.
+    app::ExitDeadline exitDeadline;
     QString error;
     const bool onePass = options.detect || !options.recordFile.isEmpty();
     const auto mode = onePass ? app::PlatformHost::Mode::onePass : app::PlatformHost::Mode::running;
@@ -215,6 +218,10 @@ int main(int argc, char* argv[]) {
                      &OrvantaMacToolkitApp::openToolkitWindow);
     if (!shell.hasMenuBarItem())
         shell.openToolkitWindow();
+    app::TerminationSignals terminationSignals;
     shell.trace(QStringLiteral("ready"));
-    return QApplication::exec();
+    const int status = QApplication::exec();
+    shell.trace(QStringLiteral("quitting"));
+    exitDeadline.arm(std::chrono::seconds(2), status);
+    return status;
 }

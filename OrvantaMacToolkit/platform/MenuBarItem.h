@@ -10,7 +10,8 @@ class QMenu;
 namespace orvanta::platform {
 
 // What the menu-bar item shows: either `text`, or, when `text` is empty, the icon named `symbol`
-// (an SF Symbol name; the bundled SVG of the same name elsewhere). `toolTip` repeats the text.
+// (an SF Symbol name; the bundled SVG of the same name elsewhere). `toolTip` describes the label in words:
+// the tray's tooltip, the macOS icon's accessibility description.
 struct StatusItemLabel {
     QString text;
     QString symbol;
@@ -32,7 +33,8 @@ public:
     virtual void show() = 0;
 };
 
-// The platform's item, or nullptr where the platform has no menu bar or tray to put one in.
-std::unique_ptr<MenuBarItem> createMenuBarItem(QObject* parent = nullptr);
+// The platform's item, or nullptr where the platform has no menu bar or tray to put one in (also under Qt's
+// headless platform plugins, such as "offscreen"). The caller is its only owner.
+std::unique_ptr<MenuBarItem> createMenuBarItem();
 
 } // namespace orvanta::platform

@@ -70,6 +70,9 @@ public:
     // The owning process of an element, or none when the platform reports an error.
     virtual std::optional<Pid> elementPid(const AXElement& element) = 0;
     virtual int performAction(const AXElement& element, const QString& action) = 0;
+    // Bounds how long later requests through this element (not its children) wait for the application to
+    // answer; past it they fail with cannotComplete. Elements start with the platform's default.
+    virtual int setMessagingTimeout(const AXElement& element, float seconds) = 0;
 };
 
 // ---- AppleScript -----------------------------------------------------------------------------------
@@ -109,6 +112,8 @@ public:
     virtual ~WindowServer() = default;
     // Nothing, or a value that should be a list of maps with text keys. Numbers keep their kind: a 32-bit
     // integer is QMetaType::Int, a wider integer QMetaType::LongLong, floating point QMetaType::Double.
+    // The native list gives the owner's process identifier as Int whenever its value fits, and the bounds
+    // as decoded by the platform: X, Y, Width and Height, all Double.
     virtual std::optional<QVariant> copyWindowInfo(quint32 options, quint32 relativeToWindow) = 0;
 };
 
@@ -140,9 +145,10 @@ public:
 
     // The running instances with this bundle identifier, in the platform's order.
     virtual QList<RunningApplication> runningApplications(const QString& bundleId) = 0;
-    // Activates the running application with this process identifier; false when there is none.
+    // Activates the running application with this process identifier; false when there is none. Where
+    // activation is cooperative (macOS 14 and later), this application first yields its turn to it.
     virtual bool activateApplication(Pid pid, unsigned options) = 0;
-    // Brings this application to the front, ignoring other applications.
+    // Brings this application to the front, ignoring other applications (on macOS 14 and later, asks to).
     virtual void activateSelf() = 0;
     virtual bool openUrl(const QUrl& url) = 0;
     virtual bool moveToTrash(const QString& path) = 0;

@@ -33,13 +33,19 @@ AXElement SessionFocus::findAXWindow(const Platform& platform, const std::option
     if (!pid)
         return nullptr;
     Accessibility& ax = *platform.accessibility;
-    const AXAttributeResult read =
-        ax.copyAttributeValue(ax.applicationElement(*pid), QStringLiteral("AXWindows"));
+    // These requests run on the main thread: a client that stops answering may hold each of them only
+    // briefly, not for the platform's default wait, or the menu would freeze. (The detection pass, off the
+    // main thread, keeps the default.)
+    const AXElement application = ax.applicationElement(*pid);
+    ax.setMessagingTimeout(application, messagingTimeoutSeconds);
+    const AXAttributeResult read = ax.copyAttributeValue(application, QStringLiteral("AXWindows"));
     const QList<AXElement>* windows =
         read.error == axError::success ? std::get_if<QList<AXElement>>(&read.value) : nullptr;
     if (!windows)
         return nullptr;
     for (const AXElement& window : *windows) {
+        // Also bounds the raise, which goes through the element found.
+        ax.setMessagingTimeout(window, messagingTimeoutSeconds);
         const AXAttributeResult titleRead = ax.copyAttributeValue(window, QStringLiteral("AXTitle"));
         if (titleRead.error != axError::success)
             continue;

@@ -13,6 +13,8 @@ class SessionFocus {
 public:
     static constexpr int clientActivationDelayMs = 100;
     static constexpr int raiseDelayMs = 50;
+    // How long one Accessibility request of the focus path may wait for the client.
+    static constexpr float messagingTimeoutSeconds = 1.0f;
 
     // Returns at once; the client's activation and the raise follow on the main thread. Reports nothing:
     // a session without a title, a client that is gone or a window that changed its title ends it quietly.

@@ -100,10 +100,10 @@ QString TrayMenuBarItem::toolTip() const {
 }
 
 #ifndef Q_OS_MACOS
-std::unique_ptr<MenuBarItem> createMenuBarItem(QObject* parent) {
+std::unique_ptr<MenuBarItem> createMenuBarItem() {
     if (!QSystemTrayIcon::isSystemTrayAvailable())
         return nullptr;
-    return std::make_unique<TrayMenuBarItem>(parent);
+    return std::make_unique<TrayMenuBarItem>();
 }
 #endif
 

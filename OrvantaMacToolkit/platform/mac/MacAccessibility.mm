@@ -102,6 +102,13 @@ public:
         const auto name = CFRef<CFStringRef>::adopt(action.toCFString());
         return int(AXUIElementPerformAction(ref, name.get()));
     }
+
+    int setMessagingTimeout(const AXElement& element, float seconds) override {
+        AXUIElementRef ref = elementRef(element);
+        if (!ref)
+            return axError::illegalArgument;
+        return int(AXUIElementSetMessagingTimeout(ref, seconds));
+    }
 };
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #import <AppKit/AppKit.h>
 
+#include <QGuiApplication>
 #include <QMenu>
 #include <QPointer>
 
@@ -14,7 +15,7 @@ namespace {
 
 class MacStatusItem final : public MenuBarItem {
 public:
-    explicit MacStatusItem(QObject* parent) : MenuBarItem(parent) {}
+    MacStatusItem() = default;
 
     ~MacStatusItem() override {
         if (m_item)
@@ -70,7 +71,6 @@ private:
         else
             button.title =
                 m_label.toolTip.isEmpty() ? m_label.symbol.toNSString() : m_label.toolTip.toNSString();
-        button.toolTip = m_label.toolTip.isEmpty() ? nil : m_label.toolTip.toNSString();
     }
 
     void applyMenu() {
@@ -88,8 +88,12 @@ private:
 
 } // namespace
 
-std::unique_ptr<MenuBarItem> createMenuBarItem(QObject* parent) {
-    return std::make_unique<MacStatusItem>(parent);
+std::unique_ptr<MenuBarItem> createMenuBarItem() {
+    // Only Qt's Cocoa plugin runs an NSApplication; under "offscreen" or "minimal" there is no status bar,
+    // and the application must fall back to showing its window.
+    if (QGuiApplication::platformName() != QLatin1String("cocoa"))
+        return nullptr;
+    return std::make_unique<MacStatusItem>();
 }
 
 } // namespace orvanta::platform

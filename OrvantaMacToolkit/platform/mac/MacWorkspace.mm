@@ -16,14 +16,14 @@ namespace {
 class MacWorkspace final : public Workspace {
 public:
     MacWorkspace() {
-        // Delivered on the main queue, where this object lives and is destroyed, so the guard below is
-        // read on the same thread that clears it; a notification already queued when the observer is
-        // removed finds the guard empty.
+        // No operation queue: the block runs synchronously on the thread that posts the notification, which
+        // for the workspace's notifications is the main thread, where this object lives and is destroyed.
+        // So the guard is read on the thread that clears it, and once the observer is removed no block runs.
         QPointer<MacWorkspace> guard(this);
         m_wakeObserver = [[[NSWorkspace sharedWorkspace] notificationCenter]
             addObserverForName:NSWorkspaceDidWakeNotification
                         object:nil
-                         queue:[NSOperationQueue mainQueue]
+                         queue:nil
                     usingBlock:^(NSNotification* notification) {
                       Q_UNUSED(notification);
                       if (guard)
@@ -53,18 +53,26 @@ public:
             NSRunningApplication* app = [NSRunningApplication runningApplicationWithProcessIdentifier:pid];
             if (!app)
                 return false;
+            // From macOS 14 activation is cooperative: the active application (this one, activated just
+            // before) hands its turn to the client, or the client's request may be refused.
+            if (@available(macOS 14.0, *))
+                [NSApp yieldActivationToApplication:app];
             [app activateWithOptions:NSApplicationActivationOptions(options)];
             return true;
         }
     }
 
     void activateSelf() override {
-        // Deprecated from macOS 14 in favour of cooperative activation, which may leave the client's
-        // window behind the one the user was in; the forceful form still works there.
+        // Called right after the user chose something in this application's menu, when the system
+        // normally grants the request.
+        if (@available(macOS 14.0, *)) {
+            [NSApp activate];
+        } else {
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
-        [NSApp activateIgnoringOtherApps:YES];
+            [NSApp activateIgnoringOtherApps:YES];
 #pragma clang diagnostic pop
+        }
     }
 
     bool openUrl(const QUrl& url) override {

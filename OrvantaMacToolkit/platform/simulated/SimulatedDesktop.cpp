@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QMutexLocker>
+#include <QThread>
 
 #include <cstdio>
 
@@ -75,6 +76,11 @@ QStringList SimulatedDesktop::actionDescriptions() const {
 void SimulatedDesktop::clearActions() {
     QMutexLocker lock(&m_mutex);
     m_actions.clear();
+}
+
+QStringList SimulatedDesktop::messagingTimeouts() const {
+    QMutexLocker lock(&m_mutex);
+    return m_messagingTimeouts;
 }
 
 QString SimulatedDesktop::lastAppleScriptSource() const {
@@ -204,9 +210,28 @@ int SimulatedDesktop::performAction(const AXElement& element, const QString& act
     return axError::success;
 }
 
+int SimulatedDesktop::setMessagingTimeout(const AXElement& element, float seconds) {
+    const SimElement* sim = simElement(element);
+    if (!sim || seconds < 0)
+        return axError::illegalArgument;
+    QMutexLocker lock(&m_mutex);
+    m_messagingTimeouts.append(
+        QStringLiteral("pid=%1 window=%2 %3s").arg(sim->appPid).arg(sim->windowIndex).arg(double(seconds)));
+    return axError::success;
+}
+
 // ---- AppleScript -----------------------------------------------------------------------------------
 
 AppleScriptOutcome SimulatedDesktop::run(const QString& source) {
+    int delayMs = 0;
+    {
+        QMutexLocker lock(&m_mutex);
+        delayMs = m_world.appleScriptDelayMs;
+    }
+    if (delayMs > 0) {
+        record(QStringLiteral("System Events answers in %1 ms").arg(delayMs));
+        QThread::msleep(static_cast<unsigned long>(delayMs));
+    }
     QMutexLocker lock(&m_mutex);
     m_lastSource = source;
     ++m_appleScriptRuns;

@@ -45,6 +45,8 @@ struct SimWorld {
     QMap<Pid, int> windowsError;
     // When absent, System Events answers from `windows` as macOS would.
     std::optional<AppleScriptOutcome> appleScript;
+    // How long System Events takes to answer, as when it hangs until the Apple Event's time-out.
+    int appleScriptDelayMs = 0;
     SimWindowList windowServer;
 };
 
@@ -73,6 +75,8 @@ public:
     QList<Action> actions() const;
     QStringList actionDescriptions() const;
     void clearActions();
+    // One "pid=<pid> window=<index, -1 for the application> <seconds>s" per messaging time-out set, in order.
+    QStringList messagingTimeouts() const;
     QString lastAppleScriptSource() const;
     int appleScriptRuns() const;
 
@@ -90,6 +94,7 @@ public:
     AXAttributeResult copyAttributeValue(const AXElement& element, const QString& attribute) override;
     std::optional<Pid> elementPid(const AXElement& element) override;
     int performAction(const AXElement& element, const QString& action) override;
+    int setMessagingTimeout(const AXElement& element, float seconds) override;
 
     // AppleScriptHost
     AppleScriptOutcome run(const QString& source) override;
@@ -119,6 +124,7 @@ private:
     mutable QMutex m_mutex;
     SimWorld m_world;
     QList<Action> m_actions;
+    QStringList m_messagingTimeouts;
     QString m_lastSource;
     int m_appleScriptRuns = 0;
     QElapsedTimer m_clock;

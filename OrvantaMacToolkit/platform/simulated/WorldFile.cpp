@@ -34,6 +34,7 @@ const QStringList worldKeys{
     QStringLiteral("windows"),
     QStringLiteral("windowsError"),
     QStringLiteral("appleScript"),
+    QStringLiteral("appleScriptDelayMs"),
     QStringLiteral("windowServer"),
 };
 const QStringList windowKeys{QStringLiteral("title"), QStringLiteral("subrole"),
@@ -745,6 +746,12 @@ private:
             return readBool(world.accessibilityTrusted);
         if (key == QLatin1String("appleEventsStatus"))
             return readInt(world.appleEventsStatus);
+        if (key == QLatin1String("appleScriptDelayMs")) {
+            const int line = m_line;
+            if (!readInt(world.appleScriptDelayMs))
+                return false;
+            return world.appleScriptDelayMs >= 0 || fail(line, QStringLiteral("a delay cannot be negative"));
+        }
         if (key == QLatin1String("ownPid")) {
             int pid = 0;
             if (!readInt(pid))
