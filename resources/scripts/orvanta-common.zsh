@@ -399,6 +399,12 @@ orv_mask() {
     v=${v//(#b)([?&;][^=&;#]#=)[^&;#]#/$match[1]***}
     REPLY=$scheme$v
 }
+# orv_mask_words TEXT: REPLY is free TEXT (a tool's message) with orv_mask applied to each word.
+orv_mask_words() {
+    local w out=""
+    for w in ${(s: :)1}; do orv_mask "$w"; out+="${out:+ }$REPLY"; done
+    REPLY=$out
+}
 
 typeset -g ORV_CSS='
 :root{--blue:#1f5fbf;--ok:#1e7d32;--fail:#c62828;--warn:#b26a00;--mute:#667085}
