@@ -81,7 +81,7 @@ pac_proxies() {
     (( ${#reply} ))
 }
 read_proxies() {
-    local v val line key out mode url host port
+    local v val line key out mode url host port authority env_seen=0
     # The environment's variables: curl and many other tools use them.
     for v in https_proxy HTTPS_PROXY all_proxy ALL_PROXY http_proxy HTTP_PROXY no_proxy NO_PROXY; do
         val=${(P)v}
@@ -89,7 +89,14 @@ read_proxies() {
         proxy_row $v "$val"
         [[ ${(L)v} == no_proxy ]] && continue
         PROXY_ON+=($v)
-        if [[ ${(L)v} == (https_proxy|all_proxy) ]]; then orv_mask "$val"; add_proxy env "$REPLY ($v)"; fi
+        [[ ${(L)v} == (https_proxy|all_proxy) ]] && (( ! env_seen++ )) || continue # the one curl takes
+        # Only a proxy with a plain host name or address is tried, so that no odd value reaches a resolver.
+        authority=${${${val#*://}##*@}%%/*}
+        if orv_valid_target $authority 1080; then
+            orv_mask "$val"; add_proxy env "$REPLY ($v)"
+        else
+            PROXY_ROWS+=("$v"$'\t'"not tried: no plain host name and port in it")
+        fi
     done
     if [[ $ORV_OS == Darwin ]] && orv_have scutil "the system proxy settings cannot be read"; then
         out=$(orv_limit 5 scutil --proxy 2>&1)
