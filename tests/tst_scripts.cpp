@@ -572,6 +572,11 @@ void ScriptsTest::reachDiagnosesEachPath_data() {
         << QStringList{"reachable through http://***@127.0.0.1:%proxy (https_proxy) only",
                        "direct path: TCP connect to 127.0.0.1 port %silent failed: no answer within 3s"}
         << QStringList{"verdict warn", "Through proxy"} << QStringList{"s3cret", "ss/3", "agent"};
+    // The desktop's proxy is a configuration file that names the proxy (GNOME's setting, from a stand-in).
+    QTest::newRow("proxy named by a PAC file")
+        << "127.0.0.1:%silent" << QStringList{"PATH=%bin/pac:" + searchPath} << 0
+        << QStringList{"reachable through http://127.0.0.1:%proxy (named by file://"}
+        << QStringList{"verdict warn"} << QStringList{};
 }
 
 void ScriptsTest::reachDiagnosesEachPath() {
@@ -605,6 +610,32 @@ void ScriptsTest::reachDiagnosesEachPath() {
                    .toUtf8());
     fake.close();
     fake.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+
+    // gsettings of a desktop whose proxy is set by a PAC file.
+    QDir(bin.path()).mkpath(QStringLiteral("pac"));
+    QFile pac(bin.filePath(QStringLiteral("pac/proxy.pac")));
+    QVERIFY(pac.open(QIODevice::WriteOnly));
+    pac.write(
+        QStringLiteral("function FindProxyForURL(url, host) { return \"PROXY 127.0.0.1:%1; DIRECT\"; }\n")
+            .arg(proxy.port())
+            .toUtf8());
+    pac.close();
+    QFile gsettings(bin.filePath(QStringLiteral("pac/gsettings")));
+    QVERIFY(gsettings.open(QIODevice::WriteOnly));
+    gsettings.write(QStringLiteral("#!/bin/sh\n"
+                                   "case \"$*\" in\n"
+                                   "'get org.gnome.system.proxy mode') echo \"'auto'\" ;;\n"
+                                   "'get org.gnome.system.proxy autoconfig-url') echo \"'file://%1'\" ;;\n"
+                                   "*) exit 1 ;;\n"
+                                   "esac\n")
+                        .arg(pac.fileName())
+                        .toUtf8());
+    gsettings.close();
+    gsettings.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+#ifdef Q_OS_MACOS
+    if (QString::fromLatin1(QTest::currentDataTag()).contains(QStringLiteral("PAC")))
+        QSKIP("the system's proxy settings come from scutil on macOS");
+#endif
 
     const auto fill = [&](QString t) {
         return t.replace(QStringLiteral("%silent"), QString::number(deaf.silentPort))

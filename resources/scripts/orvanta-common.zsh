@@ -428,6 +428,8 @@ th{background:#eef1f6;font-weight:600}
 tr.mark td{background:#fff3e0}
 .b{display:inline-block;min-width:44px;text-align:center;border-radius:4px;padding:1px 6px;font-size:11px;font-weight:700;color:#fff;white-space:nowrap;overflow-wrap:normal}
 td:has(> .b:only-child){width:1%}
+th,td:not(:last-child){overflow-wrap:break-word}
+table.checks td:nth-child(2){white-space:nowrap}
 .verdict,.verdict li,h2,h3,p,header p,footer{overflow-wrap:anywhere}
 .verdict li .b{margin-right:6px}
 .b.ok{background:var(--ok)}.b.fail{background:var(--fail)}.b.warn{background:var(--warn)}

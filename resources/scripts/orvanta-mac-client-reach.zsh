@@ -213,6 +213,7 @@ check_endpoint() {
     orv_split $target 443; host=$ORV_HOST; port=$ORV_PORT
     orv_esc "$role: $target"; orv_raw "<h3>$REPLY</h3>"
     orv_table "" "Check" "Result"
+    ORV_BODY[-1]=${ORV_BODY[-1]/<table>/<table class=\"checks\">} # short check names stay on one line
     if ! orv_valid_target $target 443; then
         orv_result FAIL "$role $target: not a valid host name and port"
         orv_row FAIL "Target" "not a valid host name and port: $target"
@@ -249,10 +250,10 @@ check_endpoint() {
     for why in $failed; do
         if (( ${#connected} )); then # a client falls back to an address that works
             orv_result INFO "$role $host: $why (clients fall back to ${connected[1]})"
-            orv_row INFO "TCP connect" "$why; clients fall back to ${connected[1]}"
+            orv_row INFO "TCP connect" "${why#TCP connect to }; clients fall back to ${connected[1]}"
         else
             dfail+=("$why")
-            orv_row FAIL "TCP connect" "$why"
+            orv_row FAIL "TCP connect" "${why#TCP connect to }"
         fi
     done
 
