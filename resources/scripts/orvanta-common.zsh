@@ -87,7 +87,7 @@ orv_limit() {
     local -F t0=$EPOCHREALTIME
     "$@" &
     local pid=$!
-    { orv_sleep $secs; kill -TERM $pid 2>/dev/null; orv_sleep 0.5; kill -KILL $pid 2>/dev/null } &
+    { orv_sleep $secs; orv_kill_tree TERM $pid; orv_sleep 0.5; orv_kill_tree KILL $pid } &
     local dog=$! rc
     wait $pid; rc=$?
     kill -KILL $dog 2>/dev/null
@@ -95,6 +95,23 @@ orv_limit() {
     # The watchdog is the only sender of a signal at the limit: a signal death then is a time-out.
     (( rc > 128 && EPOCHREALTIME - t0 >= secs )) && return 124
     return rc
+}
+
+# orv_kill_tree SIGNAL PID: signals PID and every process below it. A function run under a limit is a subshell
+# whose tools are its children; were only the subshell ended, a tool waiting on a silent port would live on
+# (and hold the output that the caller reads) until its own time-out.
+orv_kill_tree() {
+    local sig=$1 line
+    local -a todo=($2) all
+    local -A kids
+    for line in ${(f)"$(ps -axo pid=,ppid= 2>/dev/null)"}; do
+        line=${line##[[:space:]]#}
+        kids[${line##*[[:space:]]}]+=" ${line%%[[:space:]]*}"
+    done
+    while (( ${#todo} )); do
+        all+=($todo[1]); todo+=(${=kids[$todo[1]]}); shift todo
+    done
+    kill -$sig $all 2>/dev/null
 }
 
 # The scripts' traps act in the script's own process only; a probe's subshell just ends.
