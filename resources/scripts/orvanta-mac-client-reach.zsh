@@ -310,13 +310,13 @@ check_endpoint() {
             orv_step "$role $host: through proxy $PROXY_LABEL[i]"
             if through_proxy $PROXY_VIA[i] $host $port; then
                 [[ -z $proxy_ok ]] && proxy_ok=$PROXY_LABEL[i]
-                orv_say "   ok    through $PROXY_LABEL[i]: $REPLY"
+                orv_result INFO "$role $host: through $PROXY_LABEL[i]: $REPLY"
                 orv_row OK "Through proxy" "$PROXY_LABEL[i]: $REPLY"
             elif (( $? == 2 )); then
                 orv_row INFO "Through proxy" "$PROXY_LABEL[i]: $REPLY"
             else
                 proxy_fail+="${proxy_fail:+; }$PROXY_LABEL[i]: $REPLY"
-                orv_say "   fail  through $PROXY_LABEL[i]: $REPLY"
+                orv_result INFO "$role $host: through $PROXY_LABEL[i]: failed: $REPLY"
                 orv_row FAIL "Through proxy" "$PROXY_LABEL[i]: $REPLY"
             fi
         done
