@@ -204,7 +204,7 @@ orv_resolve() {
 orv_tcp_once() {
     local host=$1 port=$2 rc
     local -F t0=$EPOCHREALTIME
-    if (( $+builtins[ztcp] )) && orv_is_ipv4 $host; then
+    if (( $+builtins[ztcp] )) && ! orv_is_ipv6 $host; then
         ztcp $host $port 2>&1; rc=$?
         (( rc == 0 )) && ztcp -c $REPLY 2>/dev/null
     elif (( $+commands[nc] )); then
