@@ -222,12 +222,11 @@ check_endpoint() {
     local -a addrs connected failed dfail
     local direct_ok=0
 
-    orv_step "$role $host: name lookup"
     t0=$EPOCHREALTIME
     if orv_is_ip $host; then
         addrs=($host)
         orv_row INFO "Name lookup" "$host is an address"
-    elif orv_resolve $host; then
+    elif orv_step "$role $host: name lookup"; orv_resolve $host; then
         addrs=($reply)
         orv_ms_since $t0
         orv_result OK "$role $host resolves to ${(j:, :)addrs} in $REPLY ms"
