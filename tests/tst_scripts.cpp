@@ -564,6 +564,16 @@ void ScriptsTest::reachDiagnosesEachPath_data() {
         << "[::1]:%silent6" << QStringList{} << 1
         << QStringList{"TCP connect to ::1 port %silent6 failed: no answer within 3s"} << QStringList{}
         << QStringList{"refused"};
+    // The system resolver gives localhost two addresses; the server listens on one, so clients fall back to
+    // it.
+    QTest::newRow("two addresses, one refused")
+        << "localhost:%tls" << QStringList{"PATH=%bin/dual:" + searchPath} << 0
+        << QStringList{"localhost resolves to ::1, 127.0.0.1 in",
+                       "TCP connect to ::1 port %tls failed: connection refused (nothing listens on port "
+                       "%tls, or "
+                       "a firewall rejects it) (clients fall back to 127.0.0.1)",
+                       "TCP connect to 127.0.0.1 port %tls in"}
+        << QStringList{"verdict warn", "localhost is covered by the certificate"} << QStringList{"FAIL"};
     QTest::newRow("refused") << "127.0.0.1:%closed" << QStringList{} << 1
                              << QStringList{"port %closed failed: connection refused"} << QStringList{}
                              << QStringList{"no answer within"};
@@ -604,7 +614,9 @@ void ScriptsTest::reachDiagnosesEachPath() {
     QFETCH(QStringList, reported);
     QFETCH(QStringList, absent);
     DeafListeners deaf;
-    if (endpoints.contains(QStringLiteral("::1")) && (tls12Port_ == 0 || deaf.silent6Port == 0))
+    const bool needsIpv6 =
+        endpoints.contains(QStringLiteral("::1")) || env.join(u' ').contains(QStringLiteral("dual"));
+    if (needsIpv6 && (tls12Port_ == 0 || deaf.silent6Port == 0))
         QSKIP("no IPv6 loopback here");
     ConnectProxy proxy(tlsPort_);
     QTemporaryDir home;
@@ -648,6 +660,18 @@ void ScriptsTest::reachDiagnosesEachPath() {
                         .toUtf8());
     gsettings.close();
     gsettings.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    // The system resolver's tools, giving localhost an IPv6 and an IPv4 address.
+    QDir(bin.path()).mkpath(QStringLiteral("dual"));
+    for (const auto& [tool, text] :
+         {std::pair{"getent", "::1 STREAM localhost\n127.0.0.1 STREAM localhost\n"},
+          std::pair{"dscacheutil",
+                    "name: localhost\nipv6_address: ::1\n\nname: localhost\nip_address: 127.0.0.1\n"}}) {
+        QFile f(bin.filePath(QStringLiteral("dual/") + QLatin1String(tool)));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray("#!/bin/sh\nprintf '") + text + "'\n");
+        f.close();
+        f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    }
 #ifdef Q_OS_MACOS
     if (QString::fromLatin1(QTest::currentDataTag()).contains(QStringLiteral("PAC")))
         QSKIP("the system's proxy settings come from scutil on macOS");
