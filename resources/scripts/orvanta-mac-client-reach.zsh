@@ -33,24 +33,6 @@ if orv_have openssl "TLS handshakes and certificates cannot be checked"; then
 fi
 orv_have curl "the TLS handshake time is taken from openssl's wall time instead" >/dev/null
 
-# UTC time of a certificate date such as "Dec  3 09:08:38 2026 GMT", as epoch seconds.
-cert_epoch() { (export TZ=UTC; strftime -r '%b %d %H:%M:%S %Y' "${1% GMT}" 2>/dev/null) }
-
-# host_matches HOST NAMES...: the certificate names (DNS:x, IP Address:y) cover HOST; wildcards cover one label.
-host_matches() {
-    local host=${(L)1} n v; shift
-    for n in "$@"; do
-        v=${(L)${n#*:}}
-        if [[ $n == IP* ]]; then
-            orv_is_ip $host && [[ $v == $host ]] && return 0
-        elif [[ $n == DNS:* ]]; then
-            [[ $v == $host ]] && return 0
-            [[ $v == \*.* && ${host#*.} == ${v#\*.} && ${host%%.*} != "" && $host == *.* ]] && return 0
-        fi
-    done
-    return 1
-}
-
 # --- Proxies: read before the endpoints, which are then checked directly and through each proxy as well.
 # PROXY_VIA holds how curl reaches a proxy ("env" for the environment's variables, which curl reads itself, so
 # that no credential appears in a command line), PROXY_LABEL what people are shown (with no credentials).
