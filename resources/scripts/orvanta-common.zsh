@@ -2,6 +2,15 @@
 # time-outs, console lines for a person watching, and the self-contained HTML report.
 # Sourced, never run on its own. Works with macOS (BSD tools, LibreSSL) and Debian (GNU tools, OpenSSL 3).
 
+# Numbers, dates and the tools' messages follow the C conventions whatever the user's locale, so that a decimal
+# comma never enters arithmetic, SVG coordinates or the parsing of ping, dig and openssl. Characters keep the
+# user's encoding, so that names and certificate fields stay readable.
+if [[ -n $LC_ALL ]]; then
+    export LC_CTYPE=$LC_ALL
+    unset LC_ALL
+fi
+export LC_NUMERIC=C LC_TIME=C LC_MESSAGES=C
+
 zmodload zsh/datetime || { print -r -- "zsh/datetime is missing: this zsh cannot time anything"; exit 1 }
 zmodload zsh/mathfunc || { print -r -- "zsh/mathfunc is missing: this zsh cannot compute timings"; exit 1 }
 zmodload zsh/zselect 2>/dev/null
@@ -31,7 +40,11 @@ typeset -ga ORV_BODY
 typeset -gA ORV_TOOL_NOTED
 
 # --- Console: plain lines with the local time, one when a step starts and one when it ends.
-orv_say() { print -r -- "[$(strftime %H:%M:%S $EPOCHSECONDS)] $*" }
+orv_say() {
+    local ts
+    strftime -s ts %H:%M:%S $EPOCHSECONDS
+    print -r -- "[$ts] $*"
+}
 orv_step() { orv_say "-- $*" }
 # orv_result STATUS TEXT: STATUS is OK, FAIL, WARN, SKIP or INFO; FAIL and WARN are counted for the verdict.
 orv_result() {
@@ -57,7 +70,7 @@ orv_have() {
 
 # --- Milliseconds since the epoch as a float, and a duration printed for people.
 orv_now() { REPLY=$EPOCHREALTIME }
-orv_ms_since() { REPLY=$(( (EPOCHREALTIME - $1) * 1000.0 )); REPLY=$(printf '%.1f' $REPLY) }
+orv_ms_since() { printf -v REPLY '%.1f' $(( (EPOCHREALTIME - $1) * 1000.0 )) }
 
 orv_sleep() { # fractional seconds, as a builtin so that a trap interrupts it
     if (( $+builtins[zselect] )); then
@@ -71,17 +84,34 @@ orv_sleep() { # fractional seconds, as a builtin so that a trap interrupts it
 # request is honoured soon. Status 124 on time-out, otherwise the command's.
 orv_limit() {
     local secs=$1; shift
+    local -F t0=$EPOCHREALTIME
     "$@" &
     local pid=$!
-    { orv_sleep $secs; kill -TERM $pid 2>/dev/null; orv_sleep 0.5; kill -KILL $pid 2>/dev/null } &
+    { orv_sleep $secs; orv_kill_tree TERM $pid; orv_sleep 0.5; orv_kill_tree KILL $pid } &
     local dog=$! rc
     wait $pid; rc=$?
-    if kill -0 $dog 2>/dev/null; then
-        kill -KILL $dog 2>/dev/null
-        wait $dog 2>/dev/null
-        return $rc
-    fi
-    return 124
+    kill -KILL $dog 2>/dev/null
+    wait $dog 2>/dev/null
+    # The watchdog is the only sender of a signal at the limit: a signal death then is a time-out.
+    (( rc > 128 && EPOCHREALTIME - t0 >= secs )) && return 124
+    return rc
+}
+
+# orv_kill_tree SIGNAL PID: signals PID and every process below it. A function run under a limit is a subshell
+# whose tools are its children; were only the subshell ended, a tool waiting on a silent port would live on
+# (and hold the output that the caller reads) until its own time-out.
+orv_kill_tree() {
+    local sig=$1 line
+    local -a todo=($2) all
+    local -A kids
+    for line in ${(f)"$(ps -axo pid=,ppid= 2>/dev/null)"}; do
+        line=${line##[[:space:]]#}
+        kids[${line##*[[:space:]]}]+=" ${line%%[[:space:]]*}"
+    done
+    while (( ${#todo} )); do
+        all+=($todo[1]); todo+=(${=kids[$todo[1]]}); shift todo
+    done
+    kill -$sig $all 2>/dev/null
 }
 
 # The scripts' traps act in the script's own process only; a probe's subshell just ends.
@@ -117,10 +147,38 @@ orv_split() {
 }
 
 # Only plain host names and addresses go to tools, so no target can turn into an option or worse.
-orv_valid_host() { [[ $1 == [A-Za-z0-9]([A-Za-z0-9._:%-]#) && ${#1} -le 253 ]] }
+orv_valid_host() { orv_is_ipv6 $1 || [[ $1 == [A-Za-z0-9]([A-Za-z0-9._-]#) && ${#1} -le 253 ]] }
+orv_valid_target() { orv_split $1 $2 && orv_valid_host $ORV_HOST && [[ $ORV_PORT == <1-65535> ]] }
 orv_is_ipv4() { [[ $1 == <0-255>.<0-255>.<0-255>.<0-255> ]] }
-orv_is_ipv6() { [[ $1 == *:*:* && $1 == [0-9A-Fa-f:.%a-z]## ]] }
+# An IPv6 address, optionally with a zone ("fe80::1%en0").
+orv_is_ipv6() {
+    local a=${1%%\%*}
+    [[ $a == *:*:* && $a == [0-9A-Fa-f:.]## && $a != *:::* && ${#a} -le 45 ]] || return 1
+    [[ $1 != *%* || ${1#*%} == [A-Za-z0-9_.-]## ]]
+}
 orv_is_ip() { orv_is_ipv4 $1 || orv_is_ipv6 $1 }
+# orv_ipv6_full ADDRESS: REPLY is the address as eight lower-case groups without leading zeros, the form that
+# two spellings of one address share ("::1" and "0:0:0:0:0:0:0:1").
+orv_ipv6_full() {
+    local a=${(L)1%%\%*} g
+    local -a head tail out
+    if [[ $a == *::* ]]; then head=(${(s.:.)a%%::*}); tail=(${(s.:.)a#*::}); else head=(${(s.:.)a}); fi
+    local -a all=($head $tail)
+    if [[ $all[-1] == *.* ]] && orv_is_ipv4 $all[-1]; then # an IPv4 tail becomes two groups
+        local -a q=(${(s:.:)all[-1]})
+        local h1 h2
+        printf -v h1 '%x' $(( q[1] * 256 + q[2] )); printf -v h2 '%x' $(( q[3] * 256 + q[4] ))
+        if (( ${#tail} )); then tail[-1]=$h1; tail+=($h2); else head[-1]=$h1; head+=($h2); fi
+    fi
+    out=($head)
+    if [[ $a == *::* ]]; then
+        repeat $(( 8 - ${#head} - ${#tail} )) out+=(0)
+        out+=($tail)
+    fi
+    REPLY=""
+    for g in $out; do g=${g##0##}; REPLY+=":${g:-0}"; done
+    REPLY=${REPLY#:}
+}
 orv_hostport() { if orv_is_ipv6 $1; then REPLY="[$1]:$2"; else REPLY="$1:$2"; fi }
 
 # orv_resolve HOST: addresses from the system resolver (the one the client uses) in reply, one per element.
@@ -141,32 +199,43 @@ orv_resolve() {
     (( ${#reply} > 0 ))
 }
 
-# orv_tcp_once HOST PORT: prints the connect time in ms; status 0 when the connection was made.
+# orv_tcp_once HOST PORT SECONDS: opens and closes one connection. The last line is "ok MS"; anything before it
+# is the tool's complaint. zsh's own ztcp knows IPv4 only; bash's /dev/tcp is the fallback that every Mac has.
 orv_tcp_once() {
-    local host=$1 port=$2 t0 rc
-    t0=$EPOCHREALTIME
+    local host=$1 port=$2 rc
+    local -F t0=$EPOCHREALTIME
     if (( $+builtins[ztcp] )) && ! orv_is_ipv6 $host; then
-        ztcp $host $port 2>/dev/null; rc=$?
+        ztcp $host $port 2>&1; rc=$?
         (( rc == 0 )) && ztcp -c $REPLY 2>/dev/null
     elif (( $+commands[nc] )); then
-        nc -z -w 3 $host $port >/dev/null 2>&1; rc=$?
-    elif (( $+commands[curl] )); then
-        orv_hostport $host $port
-        curl -s --noproxy '*' --connect-timeout 3 -o /dev/null "telnet://$REPLY" </dev/null >/dev/null 2>&1
-        rc=$?
+        nc -v -z -w $(( int(ceil($3)) + 1 )) $host $port 2>&1 </dev/null; rc=$?
+    elif (( $+commands[bash] )); then
+        bash -c 'exec 3<>"/dev/tcp/$1/$2"' orvanta-tcp $host $port 2>&1 </dev/null; rc=$?
     else
         return 3
     fi
-    printf '%.1f\n' $(( (EPOCHREALTIME - t0) * 1000.0 ))
-    return rc
+    (( rc == 0 )) || return 1
+    printf 'ok %.1f\n' $(( (EPOCHREALTIME - t0) * 1000.0 ))
 }
 
-# orv_tcp HOST PORT [SECONDS]: REPLY is the connect time in ms; status 0 on success, 124 on time-out.
+# orv_tcp HOST PORT [SECONDS]: one TCP connection. Status 0 with REPLY the connect time in ms; otherwise REPLY
+# says why, and the status tells a silent port (124: no answer in time, packets dropped) from a refusal (1),
+# an unreachable host or other failure (2) and a missing tool (3).
 orv_tcp() {
-    local out rc
-    out=$(orv_limit ${3:-$ORV_TIMEOUT} orv_tcp_once $1 $2); rc=$?
-    REPLY=${out##*$'\n'}
-    return rc
+    local secs=${3:-$ORV_TIMEOUT} out rc
+    out=$(orv_limit $secs orv_tcp_once $1 $2 $secs); rc=$?
+    if (( rc == 0 )) && [[ ${out##*$'\n'} == (#b)ok\ ([0-9.]##) ]]; then
+        REPLY=$match[1]; return 0
+    fi
+    case $rc:${(L)out} in
+    124:*) REPLY="no answer within ${secs}s (packets dropped: a firewall filters the port, or the host is down)"; return 124 ;;
+    3:*) REPLY="no tool to open a connection (zsh/net/tcp, nc or bash)"; return 3 ;;
+    *refused*) REPLY="connection refused (nothing listens on port $2, or a firewall rejects it)"; return 1 ;;
+    *(unreachable|no\ route)*) REPLY="unreachable (no route to $1)"; return 2 ;;
+    esac
+    out=${${(f)out}[-1]}
+    REPLY="connection failed${out:+: ${out##*: }}"
+    return 2
 }
 
 # orv_ping HOST [SECONDS]: REPLY is the round-trip time in ms of one echo request.
@@ -199,7 +268,7 @@ orv_dns_query() {
         out=$(orv_limit $(( secs + 1 )) dig +time=$(( int(ceil(secs)) )) +tries=1 -p $port @$server $name A 2>&1); rc=$?
         if [[ $out == (#b)*status:\ ([A-Z]##)* && $out == (#b)*Query\ time:\ ([0-9]##)* ]]; then
             REPLY=$match[1]
-            [[ $REPLY == 0 ]] && REPLY=$(printf '%.1f' $(( (EPOCHREALTIME - t0) * 1000.0 )) )
+            [[ $REPLY == 0 ]] && printf -v REPLY '%.1f' $(( (EPOCHREALTIME - t0) * 1000.0 ))
             return 0
         fi
         REPLY=${${${(M)${(f)out}:#*;; *}[1]}#;; }
@@ -214,7 +283,7 @@ orv_dns_query() {
     fi
     # host and nslookup say NXDOMAIN with a non-zero status, which still proves the resolver answered.
     if (( rc == 0 )) || [[ $out == *(NXDOMAIN|not found|can\'t find)* ]]; then
-        REPLY=$(printf '%.1f' $(( (EPOCHREALTIME - t0) * 1000.0 )) )
+        printf -v REPLY '%.1f' $(( (EPOCHREALTIME - t0) * 1000.0 ))
         return 0
     fi
     REPLY="no answer"
@@ -326,11 +395,33 @@ orv_table_end() { ORV_BODY+=("</tbody></table>") }
 # orv_row STATUS CELL...: a table row whose first cell is a badge (OK, FAIL, WARN, SKIP, INFO, or empty for none).
 orv_row() {
     local st=$1 c row="<tr>"; shift
-    [[ -n $st ]] && row+="<td>$(orv_badge $st)</td>"
+    [[ -n $st ]] && { orv_badge $st; row+="<td>$REPLY</td>" }
     for c in "$@"; do orv_esc "$c"; row+="<td>$REPLY</td>"; done
     ORV_BODY+=("$row</tr>")
 }
-orv_badge() { print -rn -- "<span class=\"b ${(L)1}\">$1</span>" }
+# orv_badge STATUS: REPLY is the badge's markup.
+orv_badge() { REPLY="<span class=\"b ${(L)1}\">$1</span>" }
+
+# --- Secrets: nothing that could be a credential reaches the console or a report.
+# orv_mask VALUE [NAME]: REPLY is VALUE with every user name, password and token hidden. Whatever stands before
+# the last "@" of a value is taken as credentials, with or without a scheme and whatever characters the password
+# holds; so are the values of query parameters, and the whole value of a setting named like a credential.
+orv_mask() {
+    local v=$1 scheme=""
+    if [[ $2 == (#i)*(password|passwd|secret|token|credential|authoriz|user|login)* ]]; then
+        REPLY="***"; return
+    fi
+    [[ $v == (#b)([A-Za-z][A-Za-z0-9+.-]#://)(*) ]] && { scheme=$match[1]; v=$match[2] }
+    [[ $v == *@* ]] && v="***@${v##*@}"
+    v=${v//(#b)([?&;][^=&;#]#=)[^&;#]#/$match[1]***}
+    REPLY=$scheme$v
+}
+# orv_mask_words TEXT: REPLY is free TEXT (a tool's message) with orv_mask applied to each word.
+orv_mask_words() {
+    local w out=""
+    for w in ${(s: :)1}; do orv_mask "$w"; out+="${out:+ }$REPLY"; done
+    REPLY=$out
+}
 
 typeset -g ORV_CSS='
 :root{--blue:#1f5fbf;--ok:#1e7d32;--fail:#c62828;--warn:#b26a00;--mute:#667085}
@@ -352,7 +443,12 @@ table{border-collapse:collapse;width:100%;background:#fff;margin:6px 0 12px;font
 th,td{text-align:left;padding:5px 9px;border-bottom:1px solid #e6e9ef;vertical-align:top;overflow-wrap:anywhere}
 th{background:#eef1f6;font-weight:600}
 tr.mark td{background:#fff3e0}
-.b{display:inline-block;min-width:44px;text-align:center;border-radius:4px;padding:1px 6px;font-size:11px;font-weight:700;color:#fff}
+.b{display:inline-block;min-width:44px;text-align:center;border-radius:4px;padding:1px 6px;font-size:11px;font-weight:700;color:#fff;white-space:nowrap;overflow-wrap:normal}
+td:has(> .b:only-child){width:1%}
+th,td:not(:last-child){overflow-wrap:break-word}
+table.checks td:nth-child(2){white-space:nowrap}
+.verdict,.verdict li,h2,h3,p,header p,footer{overflow-wrap:anywhere}
+.verdict li .b{margin-right:6px}
 .b.ok{background:var(--ok)}.b.fail{background:var(--fail)}.b.warn{background:var(--warn)}
 .b.skip,.b.info{background:var(--mute)}
 .note{color:var(--mute);font-size:12.5px}
@@ -362,7 +458,8 @@ footer{color:var(--mute);font-size:12px;margin-top:28px}
 '
 
 # orv_write_report PREFIX TITLE VERDICT-CLASS VERDICT-TITLE [VERDICT-LINE...]: writes the report to the Desktop
-# through a hidden temporary file that is renamed when complete; REPLY is its full path.
+# through a hidden temporary file that is renamed when complete; REPLY is its full path. A verdict line
+# "STATUS<tab>text" is shown with its badge.
 typeset -ga ORV_HEAD_EXTRA
 orv_write_report() {
     local prefix=$1 title=$2 vclass=$3 vtitle=$4; shift 4
@@ -372,7 +469,7 @@ orv_write_report() {
         orv_say "Cannot write to $desk: no report was written."
         REPLY=""; return 1
     fi
-    stamp=$(strftime %Y%m%d-%H%M%S $EPOCHSECONDS)
+    strftime -s stamp %Y%m%d-%H%M%S $EPOCHSECONDS
     name="$prefix$stamp"
     local -i n=2
     while [[ -e $desk/$name.html ]]; do name="$prefix$stamp-$n"; (( n++ )); done
@@ -400,7 +497,12 @@ orv_write_report() {
         orv_esc "$vtitle"; print -r -- "<section class=\"verdict $vclass\"><h2>$REPLY</h2>"
         if (( $# )); then
             print -r -- "<ul>"
-            for line in "$@"; do orv_esc "$line"; print -r -- "<li>$REPLY</li>"; done
+            local badge
+            for line in "$@"; do
+                badge=""
+                [[ $line == (OK|FAIL|WARN|SKIP|INFO)$'\t'* ]] && { orv_badge ${line%%$'\t'*}; badge=$REPLY; line=${line#*$'\t'} }
+                orv_esc "$line"; print -r -- "<li>$badge$REPLY</li>"
+            done
             print -r -- "</ul>"
         fi
         print -r -- "</section>"
@@ -420,3 +522,74 @@ orv_finish() { # orv_finish PATH EXIT-STATUS
     [[ -n $1 ]] && print -r -- $1
     exit $2
 }
+
+# --- Settings: every ORVANTA_* value is checked before any work, so that a typing error is a usage error that
+# names the variable instead of a number silently read as 0 (or a value evaluated as arithmetic).
+# Kinds: target(s) "host[:port]"; resolvers "address[#port]"; host; address; name (free text on one line);
+# file (readable); seconds MIN MAX (decimal); count MIN MAX (whole number).
+typeset -gA ORV_SETTINGS=(
+    ORVANTA_FRONTEND target
+    ORVANTA_ENDPOINTS targets
+    ORVANTA_RELAY targets
+    ORVANTA_DNS_RESOLVERS resolvers
+    ORVANTA_DNS_QUERY_NAME host
+    ORVANTA_GATEWAY address
+    ORVANTA_CLIENT_PROCESS name
+    ORVANTA_CONNECTOR_PROCESS name
+    ORVANTA_CA_FILE file
+    ORVANTA_TIMEOUT "seconds 0.1 600"
+    ORVANTA_PROBE_INTERVAL "seconds 0.05 3600"
+    ORVANTA_PROBE_TIMEOUT "seconds 0.01 600"
+    ORVANTA_MINUTE_SECONDS "seconds 0.1 3600"
+    ORVANTA_TRACE_MAX_HOPS "count 1 64"
+    ORVANTA_TRACE_WAIT "count 1 60"
+    ORVANTA_TRACE_TIMEOUT "count 1 3600"
+)
+
+# orv_setting_ok KIND VALUE: true when VALUE fits KIND; REPLY says what was expected.
+orv_setting_ok() {
+    local -a k=(${=1}); local v=$2 t
+    case $k[1] in
+    target|targets)
+        REPLY="host names or addresses with an optional port (host, host:443, [::1]:443)"
+        [[ $k[1] == target ]] && REPLY="a host name or address with an optional port (host, host:443, [::1]:443)"
+        local -a ts=(${=v})
+        [[ $k[1] == target ]] && (( ${#ts} != 1 )) && return 1
+        for t in $ts; do orv_valid_target $t 443 || return 1; done ;;
+    resolvers)
+        REPLY="addresses of DNS servers with an optional port (192.0.2.53, ::1#5353)"
+        for t in ${=v}; do
+            orv_is_ip ${t%%\#*} && [[ $t != *\#* || ${t##*\#} == <1-65535> ]] || return 1
+        done ;;
+    host) REPLY="a host name"; orv_valid_host $v ;;
+    address) REPLY="an IPv4 or IPv6 address"; orv_is_ip $v ;;
+    name) REPLY="a name on one line"; [[ $v != *[[:cntrl:]]* ]] ;;
+    file) REPLY="the path of a readable file"; [[ -f $v && -r $v ]] ;;
+    seconds)
+        REPLY="a number of seconds from $k[2] to $k[3], with a decimal point (1.5)"
+        [[ $v == (<->|<->.<->|.<->) ]] && (( v >= k[2] && v <= k[3] )) ;;
+    count)
+        REPLY="a whole number from $k[2] to $k[3]"
+        [[ $v == <-> ]] && (( 10#$v >= k[2] && 10#$v <= k[3] )) ;;
+    *) return 0 ;;
+    esac
+}
+
+orv_check_settings() {
+    local name shown expected
+    for name in ${(ok)parameters[(I)ORVANTA_*]}; do
+        [[ ${parameters[$name]} == *export* ]] || continue
+        if (( ! $+ORV_SETTINGS[$name] )); then
+            orv_say "   NOTE  $name is not a setting of these scripts: ignored"
+            continue
+        fi
+        [[ -z ${(P)name} ]] && continue # empty means the default
+        orv_setting_ok "$ORV_SETTINGS[$name]" "${(P)name}" && continue
+        expected=$REPLY
+        orv_mask "${(P)name}" $name; shown=${REPLY//[[:cntrl:]]/?}
+        print -r -- "${ZSH_ARGZERO:t}: usage error: $name='$shown' is not valid; expected $expected"
+        return 2
+    done
+    return 0
+}
+orv_check_settings || exit 2
