@@ -498,18 +498,31 @@ orv_descendants() {
     done
 }
 
-# orv_end_tree PID...: sends SIGTERM to the given processes and to all their descendants, all found before any
-# is signalled, so that none escapes by being handed to init when its parent ends.
+# orv_end_tree PID...: ends the given processes and all their descendants. Each is stopped before its children
+# are listed, so that none can start another unseen or be handed to init when its parent ends; then all are sent
+# SIGTERM and continued, so that they act on it.
 orv_end_tree() {
-    orv_descendants $@
-    local -a all=($@ $reply)
+    local -a all=($@) fresh=($@)
+    local -i round
+    for (( round = 0; round < 8 && ${#fresh}; round++ )); do
+        kill -STOP $fresh 2>/dev/null
+        orv_descendants $@
+        fresh=(${reply:|all})
+        all+=($fresh)
+    done
     kill -TERM $all 2>/dev/null
+    kill -CONT $all 2>/dev/null
     return 0
 }
 
-# orv_end_children: sends SIGTERM to every process this shell started, directly or not; for the end of a script.
+# orv_end_children: ends every process this shell started, directly or not; for the end of a script.
 orv_end_children() {
-    orv_descendants $$
-    (( ${#reply} )) && kill -TERM $reply 2>/dev/null
+    local line
+    local -a f kids
+    for line in ${(f)"$(ps -axo pid=,ppid= 2>/dev/null)"}; do
+        f=(${=line})
+        [[ $f[2] == $$ ]] && kids+=($f[1])
+    done
+    (( ${#kids} )) && orv_end_tree $kids
     return 0
 }
