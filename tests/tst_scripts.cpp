@@ -577,14 +577,15 @@ void ScriptsTest::traceRouteReadsToolOutput_data() {
         << QVariantMap{} << QStringList{} << 1
         << QStringList{QStringLiteral("hop  2  10.0.0.1  3.100 ms, 3.300 ms  host unreachable (!H)"),
                        QStringLiteral(
-                           "FAIL  Front end 127.0.0.9: hop 2 10.0.0.1 answered host unreachable (!H)")}
+                           "FAIL  Front end 127.0.0.9: hop 2 (10.0.0.1) answered: host unreachable (!H)")}
         << QStringList{QStringLiteral("verdict fail"), QStringLiteral("<td>host unreachable (!H)</td>")}
         << QStringList{QStringLiteral("did not answer")};
     QTest::newRow("macOS, administratively prohibited")
         << QByteArray(" 1  192.168.1.1 (192.168.1.1)  2.000 ms  2.200 ms\n"
                       " 2  fw.example.net (198.51.100.9)  5.000 ms !X  *\n")
         << QVariantMap{} << QStringList{} << 1
-        << QStringList{QStringLiteral("answered administratively prohibited (!X)")}
+        << QStringList{QStringLiteral(
+               "hop 2 (fw.example.net, 198.51.100.9) answered: administratively prohibited (!X)")}
         << QStringList{QStringLiteral("<td>administratively prohibited (!X)</td>")}
         << QStringList{QStringLiteral("did not answer")};
     // The client's connections: a UDP flow, a closing and a loopback connection do not count; of two HTTPS

@@ -204,8 +204,8 @@ trace_one() {
     (( ! reached && ! failed_at && last_reply > 0 )) && stop_at=$last_reply
 
     if (( failed_at )); then
-        who=${ips[failed_at]}; [[ -n $names[failed_at] && $names[failed_at] != $who ]] && who="$names[failed_at] ($who)"
-        orv_result FAIL "$label $host: hop $nos[failed_at]${who:+ $who} answered $unreach[failed_at]"
+        who=${ips[failed_at]}; [[ -n $names[failed_at] && $names[failed_at] != $who ]] && who="$names[failed_at], $who"
+        orv_result FAIL "$label $host: hop $nos[failed_at]${who:+ ($who)} answered: $unreach[failed_at]"
     elif (( reached )); then
         orv_result OK "$label $host reached in ${#nos} hop(s)${med[-1]:+, $med[-1] ms}"
     elif (( ${#nos} == 0 )); then
