@@ -236,6 +236,8 @@ orv_default_gateway() {
     if [[ $ORV_OS == Darwin ]] && orv_have route "the default gateway cannot be found"; then
         # netstat -rn changed its columns in macOS 11.3; route get prints labelled fields.
         out=$(orv_limit 3 route -n get default 2>/dev/null)
+        # A network with IPv6 only has its default route there.
+        [[ $out == *interface:* ]] || out=$(orv_limit 3 route -n get -inet6 default 2>/dev/null)
         [[ $out == (#b)*gateway:\ ([^$'\n']##)* ]] && gw=${match[1]## #}
         [[ $out == (#b)*interface:\ ([^$'\n']##)* ]] && ORV_GW_IF=${match[1]## #}
         orv_is_ip $gw && REPLY=$gw
@@ -253,16 +255,23 @@ orv_default_gateway() {
         fi
     elif orv_have ip; then
         # The first default route is the one in use; a later one with a router is the network under a tunnel.
-        for line in ${(f)"$(orv_limit 3 ip -4 route show default 2>/dev/null)"}; do
-            gw=""; ifc=""
-            [[ $line == (#b)*\ via\ ([^ ]##)* ]] && gw=$match[1]
-            [[ $line == (#b)*\ dev\ ([^ ]##)* ]] && ifc=$match[1]
-            if [[ -z $ORV_GW_IF ]]; then
-                REPLY=$gw; ORV_GW_IF=$ifc
-                [[ -n $REPLY ]] && break
-            elif [[ -n $gw ]]; then
-                ORV_GW_LOCAL=$gw; break
-            fi
+        # IPv6 is asked only when there is no IPv4 default route; its routers are link-local, so they carry
+        # their interface.
+        local fam
+        for fam in -4 -6; do
+            for line in ${(f)"$(orv_limit 3 ip $fam route show default 2>/dev/null)"}; do
+                gw=""; ifc=""
+                [[ $line == (#b)*\ via\ ([^ ]##)* ]] && gw=$match[1]
+                [[ $line == (#b)*\ dev\ ([^ ]##)* ]] && ifc=$match[1]
+                [[ $gw == [Ff][Ee]80:* && -n $ifc ]] && gw+="%$ifc"
+                if [[ -z $ORV_GW_IF ]]; then
+                    REPLY=$gw; ORV_GW_IF=$ifc
+                    [[ -n $REPLY ]] && break
+                elif [[ -n $gw ]]; then
+                    ORV_GW_LOCAL=$gw; break
+                fi
+            done
+            [[ -n $ORV_GW_IF ]] && break
         done
         [[ -n $REPLY || -n $ORV_GW_IF ]] || return 1
         if [[ -z $REPLY ]]; then
