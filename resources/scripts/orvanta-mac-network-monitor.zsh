@@ -117,7 +117,7 @@ find_relay() {
     orv_split $reply[1] 3389
     orv_valid_host $ORV_HOST && [[ $ORV_PORT == <1-65535> ]] || { note "relay '$reply[1]' is not a valid address: not probed"; HAVE_RELAY=1; return 1 }
     add_target "Relay $ORV_HOST${${ORV_RELAY_GUESS:#0}:+ (a guess)}" relay tcp $ORV_HOST $ORV_PORT
-    (( ORV_RELAY_GUESS )) && note "the relay is a guess: $ORV_RELAY_SOURCE"
+    (( ORV_RELAY_GUESS )) && note "relay $ORV_HOST is $ORV_RELAY_SOURCE"
     orv_hostport $ORV_HOST $ORV_PORT; RELAY_RECORDED=$REPLY
     HAVE_RELAY=1
 }

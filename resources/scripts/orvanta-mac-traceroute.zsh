@@ -265,10 +265,11 @@ chart() {
         s+=("$(printf '<text x="%.1f" y="%d" text-anchor="middle" fill="#667085">%s</text>' $(( x + bw / 2 )) $(( TOP + PH + 14 )) $n[i])")
         if (( i == sa )); then
             # The label goes right of the line, or left of it when it would run past the chart's edge.
-            local lx=$(( x + bw + 3 )) anchor=start
+            local lx=$(( x + bw + 3 )) anchor=start colour="#b26a00"
+            [[ $stop_text == "replies stop" ]] || colour="#c62828"
             (( lx + 7 * ${#stop_text} > W )) && { lx=$(( x + bw - 3 )); anchor=end }
-            s+=("$(printf '<line x1="%.1f" y1="%d" x2="%.1f" y2="%d" stroke="#b26a00" stroke-dasharray="4 3"/>' $(( x + bw )) $TOP $(( x + bw )) $(( TOP + PH )))")
-            s+=("$(printf '<text x="%.1f" y="%d" text-anchor="%s" fill="#b26a00">%s</text>' $lx $(( TOP + 10 )) $anchor $stop_text)")
+            s+=("$(printf '<line x1="%.1f" y1="%d" x2="%.1f" y2="%d" stroke="%s" stroke-dasharray="4 3"/>' $(( x + bw )) $TOP $(( x + bw )) $(( TOP + PH )) $colour)")
+            s+=("$(printf '<text x="%.1f" y="%d" text-anchor="%s" fill="%s">%s</text>' $lx $(( TOP + 10 )) $anchor $colour $stop_text)")
         fi
     done
     s+=("<text x=\"$(( LX + PW / 2 ))\" y=\"$(( H - 4 ))\" text-anchor=\"middle\" fill=\"#667085\">hop</text></svg>")
