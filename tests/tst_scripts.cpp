@@ -457,7 +457,7 @@ void ScriptsTest::monitorVerdicts_data() {
         << QStringList{QStringLiteral("-ORVANTA_GATEWAY")} << vpnIp << 0
         << QStringList{QStringLiteral("the default route goes through wg0 with no gateway address")}
         << QStringList{
-               QStringLiteral("verdict ok"),
+               QStringLiteral("verdict ok"), QStringLiteral("<li>Traffic left through the VPN tunnel wg0"),
                QStringLiteral("<span class=\"b ok\">OK</span></td><td>Tunnel peer 127.0.0.3 (wg0)</td>"),
                QStringLiteral(
                    "<span class=\"b ok\">OK</span></td><td>Local router 127.0.0.4 (beside wg0)</td>")};

@@ -398,6 +398,7 @@ else
     vclass=ok; vtitle="No outages: every target answered every probe"
 fi
 vlines=("Monitored from $(fmt_clock $START) to $(fmt_clock $STOPPED_AT) ($(fmt_dur $(( STOPPED_AT - START ))), $ROUND rounds every $(printf %g $INTERVAL)s); $STOP_REASON.")
+[[ -n $TUNNEL ]] && vlines+=("Traffic left through the VPN tunnel $TUNNEL (a default route with no gateway address).")
 for c in $CLUSTERS; do
     parts=(${=c}); side_of $parts[3]
     vlines+=("$(fmt_clock $parts[1])–$(fmt_clock $parts[2]) ($(fmt_dur $(( parts[2] - parts[1] )))): $REPLY")
