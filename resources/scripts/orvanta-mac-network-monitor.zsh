@@ -325,7 +325,8 @@ typeset -F span=$(( STOPPED_AT - START )); (( span < INTERVAL )) && span=$INTERV
 integer W=960 LX=190 PW=700 LH=44 GAP=12 TOP=24
 integer H=$(( TOP + ${#T_LABEL} * (LH + GAP) + 24 ))
 typeset -i NB=$(( PW / 2 )) b pb
-typeset -F x rx run_t=-1 t
+typeset -F x run_t=-1 t
+typeset bx
 svg=("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"$W\" height=\"$H\" viewBox=\"0 0 $W $H\" font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">")
 for f in 0 0.25 0.5 0.75 1; do
     x=$(( LX + int(f * PW) ))
@@ -334,7 +335,9 @@ for f in 0 0.25 0.5 0.75 1; do
     svg+=("<text x=\"${x%.*}\" y=\"$(( H - 6 ))\" text-anchor=\"$anchor\" fill=\"#667085\">$(fmt_clock $(( START + f * span )))</text>")
 done
 # x_of TIME: REPLY is the x coordinate of an instant, kept inside the plot.
-x_of() { local -F v=$(( LX + ($1 - START) / span * PW )); (( v > LX + PW )) && v=$(( LX + PW )); (( v < LX )) && v=$LX; REPLY=$(printf '%.1f' $v) }
+x_of() { local -F v=$(( LX + ($1 - START) / span * PW )); (( v > LX + PW )) && v=$(( LX + PW )); (( v < LX )) && v=$LX; printf -v REPLY '%.1f' $v }
+# add_point: appends the point of bucket pb at latency bmax to the line (printf -v: no subshell per point).
+add_point() { local pt; printf -v pt '%.1f,%.1f ' $(( LX + (pb - 0.5) * PW / NB )) $(( y0 + LH - 2 - bmax / scale * (LH - 4) )); pts+=$pt }
 for (( i = 1; i <= ${#T_LABEL}; i++ )); do
     y0=$(( TOP + (i - 1) * (LH + GAP) ))
     label=$T_LABEL[i]; (( ${#label} > 30 )) && label="${label[1,29]}…"
@@ -355,10 +358,11 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
             continue
         fi
         if (( run_t >= 0 )); then
-            x_of $run_t; rx=$REPLY; x_of $t
-            svg+=("<rect x=\"$rx\" y=\"$y0\" width=\"$(printf '%.1f' $(( REPLY - rx > 1 ? REPLY - rx : 1 )))\" height=\"$LH\" fill=\"#c62828\"/>")
+            x_of $run_t; bx=$REPLY; x_of $t
+            printf -v REPLY '%.1f' $(( REPLY - bx > 1 ? REPLY - bx : 1 ))
+            svg+=("<rect x=\"$bx\" y=\"$y0\" width=\"$REPLY\" height=\"$LH\" fill=\"#c62828\"/>")
             # The line's last point before the band is drawn before it ends.
-            if (( pb )); then pts+="$(printf '%.1f,%.1f ' $(( LX + (pb - 0.5) * PW / NB )) $(( y0 + LH - 2 - bmax / scale * (LH - 4) )))"; pb=0; fi
+            (( pb )) && { add_point; pb=0 }
             [[ -n $pts ]] && svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
             pts=""; run_t=-1
         fi
@@ -366,13 +370,13 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
         b=$(( int((t - START) / span * NB) + 1 )); (( b > NB )) && b=NB
         (( v > scale )) && v=$scale
         if (( b != pb )); then
-            (( pb )) && pts+="$(printf '%.1f,%.1f ' $(( LX + (pb - 0.5) * PW / NB )) $(( y0 + LH - 2 - bmax / scale * (LH - 4) )))"
+            (( pb )) && add_point
             pb=$b; bmax=$v
         elif (( v > bmax )); then
             bmax=$v
         fi
     done
-    (( pb )) && pts+="$(printf '%.1f,%.1f ' $(( LX + (pb - 0.5) * PW / NB )) $(( y0 + LH - 2 - bmax / scale * (LH - 4) )))"
+    (( pb )) && add_point
     [[ -n $pts ]] && svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
 done
 svg+=("</svg>")
