@@ -137,6 +137,17 @@ QString strayConsoleLine(const QString& output, bool endsWithReport) {
     return {};
 }
 
+// Applies data-row settings to ENV: NAME=VALUE sets (%1 in VALUE becomes PORT), -NAME removes.
+void applySettings(QProcessEnvironment& env, const QStringList& settings, int port = 0) {
+    for (const QString& s : settings) {
+        if (s.startsWith(u'-'))
+            env.remove(s.mid(1));
+        else
+            env.insert(s.section(u'=', 0, 0),
+                       s.section(u'=', 1).replace(QStringLiteral("%1"), QString::number(port)));
+    }
+}
+
 struct Run {
     int exitCode = -1;
     QString output;
@@ -480,12 +491,7 @@ void ScriptsTest::monitorVerdicts() {
         QVERIFY(writeTool(bin.path(), QStringLiteral("ip"), ipTool));
         env.insert(QStringLiteral("PATH"), bin.path() + u':' + searchPath);
     }
-    for (const QString& s : settings) {
-        if (s.startsWith(u'-'))
-            env.remove(s.mid(1));
-        else
-            env.insert(s.section(u'=', 0, 0), s.section(u'=', 1).arg(closedPort_));
-    }
+    applySettings(env, settings, closedPort_);
     const QString mark = markRun(env);
     const Run r = run(QStringLiteral("orvanta-mac-network-monitor.zsh"), {"--duration", "2"}, env);
     QVERIFY2(r.exitCode == exitCode, qPrintable(r.output));
@@ -661,12 +667,7 @@ void ScriptsTest::traceRouteReadsToolOutput() {
     QProcessEnvironment env = baseEnvironment(home.path());
     env.insert(QStringLiteral("PATH"), bin.path() + u':' + searchPath);
     env.insert(QStringLiteral("ORVANTA_FRONTEND"), QStringLiteral("127.0.0.9"));
-    for (const QString& s : settings) {
-        if (s.startsWith(u'-'))
-            env.remove(s.mid(1));
-        else
-            env.insert(s.section(u'=', 0, 0), s.section(u'=', 1));
-    }
+    applySettings(env, settings);
     const QString mark = markRun(env);
     Run r;
     if (exitCode == 143) {
