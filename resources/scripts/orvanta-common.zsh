@@ -101,17 +101,57 @@ orv_limit() {
 # whose tools are its children; were only the subshell ended, a tool waiting on a silent port would live on
 # (and hold the output that the caller reads) until its own time-out.
 orv_kill_tree() {
-    local sig=$1 line
-    local -a todo=($2) all
+    orv_descendants $2
+    kill -$1 $2 $reply 2>/dev/null
+}
+
+# --- Process trees. A tool that is stopped can leave children of its own (a wrapper script's sleep, a helper);
+# ending only the process that the script started would leave those running after the script.
+
+# orv_descendants PID...: reply holds every living descendant of the given processes.
+orv_descendants() {
     local -A kids
+    local line
+    local -a f queue=($@)
+    reply=()
     for line in ${(f)"$(ps -axo pid=,ppid= 2>/dev/null)"}; do
-        line=${line##[[:space:]]#}
-        kids[${line##*[[:space:]]}]+=" ${line%%[[:space:]]*}"
+        f=(${=line})
+        kids[$f[2]]+=" $f[1]"
     done
-    while (( ${#todo} )); do
-        all+=($todo[1]); todo+=(${=kids[$todo[1]]}); shift todo
+    while (( ${#queue} )); do
+        f=(${=kids[$queue[1]]})
+        shift queue
+        reply+=($f); queue+=($f)
     done
-    kill -$sig $all 2>/dev/null
+}
+
+# orv_end_tree PID...: ends the given processes and all their descendants. Each is stopped before its children
+# are listed, so that none can start another unseen or be handed to init when its parent ends; then all are sent
+# SIGTERM and continued, so that they act on it.
+orv_end_tree() {
+    local -a all=($@) fresh=($@)
+    local -i round
+    for (( round = 0; round < 8 && ${#fresh}; round++ )); do
+        kill -STOP $fresh 2>/dev/null
+        orv_descendants $@
+        fresh=(${reply:|all})
+        all+=($fresh)
+    done
+    kill -TERM $all 2>/dev/null
+    kill -CONT $all 2>/dev/null
+    return 0
+}
+
+# orv_end_children: ends every process this shell started, directly or not; for the end of a script.
+orv_end_children() {
+    local line
+    local -a f kids
+    for line in ${(f)"$(ps -axo pid=,ppid= 2>/dev/null)"}; do
+        f=(${=line})
+        [[ $f[2] == $$ ]] && kids+=($f[1])
+    done
+    (( ${#kids} )) && orv_end_tree $kids
+    return 0
 }
 
 # The scripts' traps act in the script's own process only; a probe's subshell just ends.
@@ -292,30 +332,71 @@ orv_dns_query() {
 orv_dns_tool() { (( $+commands[dig] || $+commands[host] || $+commands[nslookup] )) }
 
 # --- The system: default gateway, running processes, the client's remote peers.
-# orv_default_gateway: REPLY is the gateway's address (empty when none); ORV_GW_IF its interface.
+# orv_default_gateway: status 0 when there is a default route. REPLY is the next hop's address, empty when the
+# route names only an interface (a full-tunnel VPN such as utun on macOS or "dev wg0" on Linux, or another
+# point-to-point link); ORV_GW_IF is the route's interface. For a route without an address, ORV_GW_PEER is the
+# far end of that interface when it has one, and ORV_GW_LOCAL the router of another default route (the local
+# network under the tunnel), each empty when unknown.
 orv_default_gateway() {
-    REPLY=$ORV_GATEWAY_OVERRIDE; ORV_GW_IF=""
+    REPLY=$ORV_GATEWAY_OVERRIDE; ORV_GW_IF=""; ORV_GW_PEER=""; ORV_GW_LOCAL=""
     [[ -n $REPLY ]] && { ORV_GW_IF="(set by ORVANTA_GATEWAY)"; return 0 }
-    local out
+    local out line gw ifc
+    local -a f
     if [[ $ORV_OS == Darwin ]] && orv_have route "the default gateway cannot be found"; then
         # netstat -rn changed its columns in macOS 11.3; route get prints labelled fields.
         out=$(orv_limit 3 route -n get default 2>/dev/null)
-        [[ $out == (#b)*gateway:\ ([^$'\n']##)* ]] && REPLY=$match[1]
-        [[ $out == (#b)*interface:\ ([^$'\n']##)* ]] && ORV_GW_IF=$match[1]
+        # A network with IPv6 only has its default route there.
+        [[ $out == *interface:* ]] || out=$(orv_limit 3 route -n get -inet6 default 2>/dev/null)
+        [[ $out == (#b)*gateway:\ ([^$'\n']##)* ]] && gw=${match[1]## #}
+        [[ $out == (#b)*interface:\ ([^$'\n']##)* ]] && ORV_GW_IF=${match[1]## #}
+        orv_is_ip $gw && REPLY=$gw
+        [[ -n $REPLY || -n $ORV_GW_IF ]] || return 1
+        if [[ -z $REPLY ]]; then
+            out=$(orv_limit 3 ifconfig $ORV_GW_IF 2>/dev/null)
+            [[ $out == (#b)*inet\ ([0-9.]##)\ --\>\ ([0-9.]##)* && $match[2] != $match[1] ]] && ORV_GW_PEER=$match[2]
+            # Interface-scoped default routes of the other interfaces: the first with a router address.
+            for line in ${(f)"$(orv_limit 3 netstat -rn -f inet 2>/dev/null)"}; do
+                f=(${=line})
+                [[ $f[1] == default ]] && orv_is_ipv4 $f[2] || continue
+                ifc=${${(M)f[3,-1]:#[a-z]##<->}[1]}
+                [[ $ifc != $ORV_GW_IF ]] && { ORV_GW_LOCAL=$f[2]; break }
+            done
+        fi
     elif orv_have ip; then
-        out=$(orv_limit 3 ip route show default 2>/dev/null)
-        [[ $out == (#b)*via\ ([^ $'\n']##)* ]] && REPLY=$match[1]
-        [[ $out == (#b)*dev\ ([^ $'\n']##)* ]] && ORV_GW_IF=$match[1]
+        # The first default route is the one in use; a later one with a router is the network under a tunnel.
+        # IPv6 is asked only when there is no IPv4 default route; its routers are link-local, so they carry
+        # their interface.
+        local fam
+        for fam in -4 -6; do
+            for line in ${(f)"$(orv_limit 3 ip $fam route show default 2>/dev/null)"}; do
+                gw=""; ifc=""
+                [[ $line == (#b)*\ via\ ([^ ]##)* ]] && gw=$match[1]
+                [[ $line == (#b)*\ dev\ ([^ ]##)* ]] && ifc=$match[1]
+                [[ $gw == [Ff][Ee]80:* && -n $ifc ]] && gw+="%$ifc"
+                if [[ -z $ORV_GW_IF ]]; then
+                    REPLY=$gw; ORV_GW_IF=$ifc
+                    [[ -n $REPLY ]] && break
+                elif [[ -n $gw ]]; then
+                    ORV_GW_LOCAL=$gw; break
+                fi
+            done
+            [[ -n $ORV_GW_IF ]] && break
+        done
+        [[ -n $REPLY || -n $ORV_GW_IF ]] || return 1
+        if [[ -z $REPLY ]]; then
+            out=$(orv_limit 3 ip -4 -o addr show dev $ORV_GW_IF 2>/dev/null)
+            [[ $out == (#b)*\ peer\ ([0-9.]##)* ]] && ORV_GW_PEER=$match[1]
+        fi
     elif [[ -r /proc/net/route ]]; then
-        local ifc dest gw rest
+        local dest rest
         while read -r ifc dest gw rest; do
-            if [[ $dest == 00000000 && $gw == [0-9A-F](#c8) ]]; then
-                REPLY="$(( 16#${gw[7,8]} )).$(( 16#${gw[5,6]} )).$(( 16#${gw[3,4]} )).$(( 16#${gw[1,2]} ))"
-                ORV_GW_IF=$ifc; break
-            fi
+            [[ $dest == 00000000 && $gw == [0-9A-F](#c8) ]] || continue
+            ORV_GW_IF=$ifc
+            [[ $gw != 00000000 ]] && REPLY="$(( 16#${gw[7,8]} )).$(( 16#${gw[5,6]} )).$(( 16#${gw[3,4]} )).$(( 16#${gw[1,2]} ))"
+            break
         done < /proc/net/route
     fi
-    [[ -n $REPLY ]]
+    [[ -n $REPLY || -n $ORV_GW_IF ]]
 }
 
 # orv_pids NAME: reply holds the ids of processes whose command name is NAME (Linux keeps 15 characters of it).
@@ -334,31 +415,56 @@ orv_pids() {
     (( ${#reply} > 0 ))
 }
 
-# orv_relay_peers: reply holds the remote peers (address:port) of the client's established connections, when a
-# session is active; ORV_RELAY_SOURCE says where they came from.
+# orv_relay_peers: reply holds the remote peers (address:port) of the client's established TCP connections, the
+# likely relay first, when a session is active; ORV_RELAY_SOURCE says where they came from. ORV_RELAY_GUESS is 1
+# when nothing marks the first peer as the session's: no connection on the remote-desktop port, and more than one
+# peer (telemetry and sign-in use HTTPS too), so the peer with the most connections was taken.
 orv_relay_peers() {
-    reply=(); ORV_RELAY_SOURCE=""
+    reply=(); ORV_RELAY_SOURCE=""; ORV_RELAY_GUESS=0
     if [[ -n $ORV_RELAY_OVERRIDE ]]; then
         reply=(${=ORV_RELAY_OVERRIDE}); ORV_RELAY_SOURCE="set by ORVANTA_RELAY"; return 0
     fi
     orv_pids $ORV_CLIENT_PROCESS || { ORV_RELAY_SOURCE="'$ORV_CLIENT_PROCESS' is not running"; return 1 }
-    local -a pids=($reply) peers
+    local -a pids=($reply) rdp other
     reply=()
     orv_have lsof "the client's connections (the relay) cannot be read" || { ORV_RELAY_SOURCE="lsof is missing"; return 1 }
-    local out line peer
-    out=$(orv_limit 5 lsof -nP -a -p ${(j:,:)pids} -i -Fn 2>/dev/null)
-    for line in ${(f)out}; do
-        [[ $line == n*-\>* ]] || continue
-        peer=${line#*->}
-        peer=${peer%% *}
-        [[ $peer == (127.*|\[::1\]*|localhost*):* ]] && continue
-        peers+=($peer)
+    local out line proto="" name="" state="" peer
+    local -A count
+    out=$(orv_limit 5 lsof -nP -a -p ${(j:,:)pids} -iTCP -sTCP:ESTABLISHED -FfPnT 2>/dev/null)
+    # One record per open file: "f" (or "p" for the next process) starts it, then P protocol, n addresses, T state.
+    # The state is checked here as well, since lsof versions differ in what -s filters.
+    for line in ${(f)out} f; do
+        case $line in
+        f*|p*)
+            if [[ $proto == TCP && $name == *-\>* && ( -z $state || $state == ESTABLISHED ) ]]; then
+                peer=${${name#*->}%% *}
+                if [[ $peer != (127.*|\[::1\]*|\[::ffff:127.*|localhost*):* ]]; then
+                    count[$peer]=$(( ${count[$peer]:-0} + 1 ))
+                    if [[ $peer == *:3389 ]]; then rdp+=($peer); else other+=($peer); fi
+                fi
+            fi
+            proto=""; name=""; state="" ;;
+        P*) proto=${line#P} ;;
+        n*) name=${line#n} ;;
+        TST=*) state=${line#TST=} ;;
+        esac
     done
-    reply=(${(u)peers})
-    if (( ${#reply} )); then
-        ORV_RELAY_SOURCE="connections of '$ORV_CLIENT_PROCESS'"
+    rdp=(${(u)rdp}); other=(${(u)other})
+    # Most connections first; equal counts keep lsof's order.
+    local -a keyed
+    local -i k=0 key
+    for peer in $other; do (( k++ )); key=$(( 999999 - ${count[$peer]} )); keyed+=("${(l:6::0:)key} ${(l:6::0:)k} $peer"); done
+    local -a ranked=(${${(on)keyed}##* })
+    reply=($rdp $ranked)
+    if (( ${#rdp} )); then
+        ORV_RELAY_SOURCE="remote-desktop connection of '$ORV_CLIENT_PROCESS'"
+    elif (( ${#reply} == 1 )); then
+        ORV_RELAY_SOURCE="the only established connection of '$ORV_CLIENT_PROCESS'"
+    elif (( ${#reply} )); then
+        ORV_RELAY_GUESS=1
+        ORV_RELAY_SOURCE="a guess: the busiest of ${#reply} established connections of '$ORV_CLIENT_PROCESS', none on the remote-desktop port"
     else
-        ORV_RELAY_SOURCE="'$ORV_CLIENT_PROCESS' runs with no remote connection (no active session)"
+        ORV_RELAY_SOURCE="'$ORV_CLIENT_PROCESS' has no established connection (no active session)"
     fi
     (( ${#reply} > 0 ))
 }

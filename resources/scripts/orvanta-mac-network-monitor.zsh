@@ -36,7 +36,7 @@ typeset -g WORK=$(mktemp -d "${TMPDIR:-/tmp}/orvanta-monitor.XXXXXX") || { print
 typeset -gi STOP=0
 typeset -g STOP_REASON=""
 setopt traps_async   # a stop request ends the wait for the current probes at once
-TRAPEXIT() { orv_in_subshell || { orv_kill_jobs; rm -rf $WORK } }
+TRAPEXIT() { orv_in_subshell || { orv_kill_jobs; orv_end_children; rm -rf $WORK } }
 TRAPTERM() { orv_subshell_stop 143; STOP=1; STOP_REASON="stopped by a termination request"; orv_kill_jobs; return 0 }
 TRAPINT() { orv_subshell_stop 130; STOP=1; STOP_REASON="stopped by an interrupt"; orv_kill_jobs; return 0 }
 
@@ -76,12 +76,22 @@ done
 (( n_dns )) || note "no DNS resolvers to probe (ORVANTA_DNS_RESOLVERS is empty)"
 
 typeset -gi NO_GATEWAY=0
-if orv_default_gateway && orv_valid_host $REPLY; then
+typeset -g TUNNEL=""
+if orv_default_gateway && [[ -n $REPLY ]] && orv_valid_host $REPLY; then
     gw=$REPLY
     if orv_have ping; then
         add_target "Gateway $gw" gateway icmp $gw ""
     else
         note "ping is missing: the default gateway $gw is not probed"
+    fi
+elif [[ -z $REPLY && -n $ORV_GW_IF ]] && orv_valid_host $ORV_GW_IF; then
+    # A full-tunnel VPN: traffic leaves through the tunnel, which has no router address to ping. Its far end
+    # and the local router beneath it are probed when known; the rest of the path is probed as usual.
+    TUNNEL=$ORV_GW_IF
+    note "the default route goes through $TUNNEL with no gateway address: a full-tunnel VPN or another point-to-point link, so there is no default gateway to probe"
+    if orv_have ping; then
+        [[ -n $ORV_GW_PEER ]] && orv_valid_host $ORV_GW_PEER && add_target "Tunnel peer $ORV_GW_PEER ($TUNNEL)" tunnel icmp $ORV_GW_PEER ""
+        [[ -n $ORV_GW_LOCAL ]] && orv_valid_host $ORV_GW_LOCAL && add_target "Local router $ORV_GW_LOCAL (beside $TUNNEL)" gateway icmp $ORV_GW_LOCAL ""
     fi
 else
     NO_GATEWAY=1
@@ -106,7 +116,8 @@ find_relay() {
     orv_relay_peers || return 1
     orv_split $reply[1] 3389
     orv_valid_host $ORV_HOST && [[ $ORV_PORT == <1-65535> ]] || { note "relay '$reply[1]' is not a valid address: not probed"; HAVE_RELAY=1; return 1 }
-    add_target "Relay $ORV_HOST" relay tcp $ORV_HOST $ORV_PORT
+    add_target "Relay $ORV_HOST${${ORV_RELAY_GUESS:#0}:+ (a guess)}" relay tcp $ORV_HOST $ORV_PORT
+    (( ORV_RELAY_GUESS )) && note "relay $ORV_HOST is $ORV_RELAY_SOURCE"
     orv_hostport $ORV_HOST $ORV_PORT; RELAY_RECORDED=$REPLY
     HAVE_RELAY=1
 }
@@ -275,23 +286,31 @@ side_of() { # side_of IDS(comma separated): REPLY is the side
     probed() { (( ${T_ROLE[(Ie)$1]} )) }
     local unreachable=0
     for i in $ids; do [[ $T_ROLE[i] == gateway ]] && grep -qiE 'unreachable|no route|sendto' $WORK/s.$i && unreachable=1; done
+    local -a service=()
+    has frontend && service+=("front end")
+    has relay && service+=(relay)
     if has gateway && (( unreachable )); then REPLY="this computer's network (no link or no route: Wi-Fi or Ethernet)"
+    elif has tunnel && { has dns || has frontend || { ! probed dns && ! probed frontend } }; then REPLY="the VPN tunnel ($TUNNEL) or the VPN server"
+    elif has tunnel && (( ${#roles_down} == 1 )); then REPLY="the far end of the VPN tunnel stopped answering pings while traffic still passed"
     elif has gateway && { ! probed dns || has dns } && { ! probed frontend || has frontend }; then REPLY="the local gateway (router or Wi-Fi access point) or the link to it"
     elif has gateway; then REPLY="the gateway stopped answering pings while traffic still passed (routers often drop pings when busy)"
+    elif has dns && { has frontend || ! probed frontend } && [[ -n $TUNNEL ]]; then REPLY="the network beyond the VPN tunnel ($TUNNEL): the VPN server's side or your provider"
     elif has dns && { has frontend || ! probed frontend }; then REPLY="the internet beyond the local gateway (your provider)"
-    elif has frontend || has relay; then REPLY="the Orvanta service (${(j: and :)${${(@M)roles_down:#(frontend|relay)}/frontend/front end}})"
+    elif (( ${#service} )); then REPLY="the Orvanta service (${(j: and :)service})"
     elif has dns; then REPLY="public DNS resolvers only (they may be filtered on this network)"
     else REPLY="undetermined"
     fi
 }
 orv_section "Outages"
 typeset -gA SIDE_TIME
+typeset -ga SIDE_ORDER   # sides in the order of their first outage, so that equal downtimes go to the earlier
 if (( ${#CLUSTERS} )); then
     orv_table "" "From" "To" "Duration" "Targets down" "Likely failed side"
     for c in $CLUSTERS; do
         parts=(${=c}); ids=(${(s:,:)parts[3]})
         side_of $parts[3]
-        (( SIDE_TIME[$REPLY] += parts[2] - parts[1] ))
+        (( ${SIDE_ORDER[(Ie)$REPLY]} )) || SIDE_ORDER+=("$REPLY")
+        SIDE_TIME[$REPLY]=$(( ${SIDE_TIME[$REPLY]:-0} + parts[2] - parts[1] ))
         labels=(); for i in $ids; do labels+=($T_LABEL[i]); done
         orv_row FAIL "$(fmt_clock $parts[1])" "$(fmt_clock $parts[2])" "$(fmt_dur $(( parts[2] - parts[1] )))" "${(j:, :)labels}" "$REPLY"
     done
@@ -300,74 +319,90 @@ else
     orv_para "" "No outages: no target lost two or more probes in a row."
 fi
 
-# --- Timeline: one lane per target, latency as a line on the lane's own scale, lost probes in red.
+# --- Timeline: one lane per target, latency as a line on the lane's own scale, outages as red bands.
 typeset -F span=$(( STOPPED_AT - START )); (( span < INTERVAL )) && span=$INTERVAL
-integer W=960 LX=190 PW=740 LH=44 GAP=12 TOP=24
+# The lane's scale is written in the right margin, inside the picture, so no width can cut it off.
+integer W=960 LX=190 PW=700 LH=44 GAP=12 TOP=24
 integer H=$(( TOP + ${#T_LABEL} * (LH + GAP) + 24 ))
+typeset -i NB=$(( PW / 2 )) b pb
+typeset -F x run_t=-1 t
+typeset bx
 svg=("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"$W\" height=\"$H\" viewBox=\"0 0 $W $H\" font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">")
 for f in 0 0.25 0.5 0.75 1; do
     x=$(( LX + int(f * PW) ))
-    svg+=("<line x1=\"$x\" y1=\"$TOP\" x2=\"$x\" y2=\"$(( H - 20 ))\" stroke=\"#e3e7ee\"/>")
+    svg+=("<line x1=\"${x%.*}\" y1=\"$TOP\" x2=\"${x%.*}\" y2=\"$(( H - 20 ))\" stroke=\"#e3e7ee\"/>")
     anchor=middle; (( f == 0 )) && anchor=start; (( f == 1 )) && anchor=end
-    svg+=("<text x=\"$x\" y=\"$(( H - 6 ))\" text-anchor=\"$anchor\" fill=\"#667085\">$(fmt_clock $(( START + f * span )))</text>")
+    svg+=("<text x=\"${x%.*}\" y=\"$(( H - 6 ))\" text-anchor=\"$anchor\" fill=\"#667085\">$(fmt_clock $(( START + f * span )))</text>")
 done
+# x_of TIME: REPLY is the x coordinate of an instant, kept inside the plot.
+x_of() { local -F v=$(( LX + ($1 - START) / span * PW )); (( v > LX + PW )) && v=$(( LX + PW )); (( v < LX )) && v=$LX; printf -v REPLY '%.1f' $v }
+# add_point: appends the point of bucket pb at latency bmax to the line (printf -v: no subshell per point).
+add_point() { local pt; printf -v pt '%.1f,%.1f ' $(( LX + (pb - 0.5) * PW / NB )) $(( y0 + LH - 2 - bmax / scale * (LH - 4) )); pts+=$pt }
 for (( i = 1; i <= ${#T_LABEL}; i++ )); do
     y0=$(( TOP + (i - 1) * (LH + GAP) ))
-    orv_esc "$T_LABEL[i]"
+    label=$T_LABEL[i]; (( ${#label} > 30 )) && label="${label[1,29]}…"
+    orv_esc "$label"
     svg+=("<text x=\"4\" y=\"$(( y0 + LH / 2 + 4 ))\" fill=\"#1d2433\">$REPLY</text>")
     svg+=("<rect x=\"$LX\" y=\"$y0\" width=\"$PW\" height=\"$LH\" fill=\"#f7f9fc\" stroke=\"#e3e7ee\"/>")
     scale=${T_P95[i]:--}; [[ $scale == - ]] && scale=1
     (( scale = scale * 1.25, scale < 1 ? (scale = 1) : 0 ))
-    svg+=("<text x=\"$(( LX + PW + 4 ))\" y=\"$(( y0 + 10 ))\" fill=\"#667085\">$(printf '%.0f' $scale) ms</text>")
-    # Buckets of about two pixels: the highest latency of each, and whether any probe in it was lost.
-    integer NB=$(( PW / 2 ))
-    typeset -a bmax=() blost=()
-    for l in ${(f)"$(<$WORK/s.$i)"}; do
-        t=${l%% *}; v=${${l#* }%% *}
-        integer b=$(( int((t - START) / span * NB) + 1 )); (( b > NB )) && b=NB
-        if [[ $v == - ]]; then blost[b]=1
-        elif [[ -z $bmax[b] ]] || (( v > bmax[b] )); then bmax[b]=$v
+    svg+=("<text x=\"$(( W - 4 ))\" y=\"$(( y0 + 10 ))\" text-anchor=\"end\" fill=\"#667085\">$(printf '%.0f' $scale) ms</text>")
+    # One pass in time order. A run of lost probes is one band, from its first probe to the next probe that
+    # answered (or one interval past its last), however long the probes took; the latency line, the highest
+    # value per two-pixel bucket, breaks only there.
+    pts=""; run_t=-1; pb=0; bmax=""
+    for l in ${(f)"$(<$WORK/s.$i)"} "end"; do
+        if [[ $l == end ]]; then t=$(( t + INTERVAL )); v=end; else t=${l%% *}; v=${${l#* }%% *}; fi
+        if [[ $v == - ]]; then
+            (( run_t < 0 )) && run_t=$t
+            continue
         fi
-    done
-    # A lost probe covers its whole interval, so an outage shows as one red band; the line breaks only there.
-    typeset -F lw=$(( PW / (NB * 1.0) )) pw=$(( INTERVAL / span * PW ))
-    (( pw > lw )) && lw=$pw
-    pts=""
-    for (( b = 1; b <= NB; b++ )); do
-        x=$(( LX + (b - 0.5) * PW / NB ))
-        if [[ -n $blost[b] ]]; then
-            typeset -F rx=$(( LX + (b - 1) * PW / (NB * 1.0) )) rw=$lw
-            (( rx + rw > LX + PW )) && rw=$(( LX + PW - rx ))
-            svg+=("<rect x=\"$(printf '%.1f' $rx)\" y=\"$y0\" width=\"$(printf '%.1f' $rw)\" height=\"$LH\" fill=\"#c62828\"/>")
+        if (( run_t >= 0 )); then
+            x_of $run_t; bx=$REPLY; x_of $t
+            printf -v REPLY '%.1f' $(( REPLY - bx > 1 ? REPLY - bx : 1 ))
+            svg+=("<rect x=\"$bx\" y=\"$y0\" width=\"$REPLY\" height=\"$LH\" fill=\"#c62828\"/>")
+            # The line's last point before the band is drawn before it ends.
+            (( pb )) && { add_point; pb=0 }
             [[ -n $pts ]] && svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
-            pts=""
-        elif [[ -n $bmax[b] ]]; then
-            v=$bmax[b]; (( v > scale )) && v=$scale
-            pts+="$(printf '%.1f,%.1f ' $x $(( y0 + LH - 2 - v / scale * (LH - 4) )))"
+            pts=""; run_t=-1
+        fi
+        [[ $v == end ]] && break
+        b=$(( int((t - START) / span * NB) + 1 )); (( b > NB )) && b=NB
+        (( v > scale )) && v=$scale
+        if (( b != pb )); then
+            (( pb )) && add_point
+            pb=$b; bmax=$v
+        elif (( v > bmax )); then
+            bmax=$v
         fi
     done
+    (( pb )) && add_point
     [[ -n $pts ]] && svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
 done
 svg+=("</svg>")
 orv_section "Timeline"
-orv_para note "Blue: latency on each target's own scale (top of the lane = the value at the right). Red: lost probes."
+orv_para note "Blue: latency on each target's own scale (top of the lane = the value at the right). Red: lost probes, one band for each run of them."
 orv_raw ${(j::)svg}
 
 # --- Verdict and report
 if (( ${#CLUSTERS} )); then
     worst=""; typeset -F worst_t=-1
-    for s in ${(k)SIDE_TIME}; do (( SIDE_TIME[$s] > worst_t )) && { worst=$s; worst_t=$SIDE_TIME[$s] }; done
+    for s in $SIDE_ORDER; do (( ${SIDE_TIME[$s]} > worst_t )) && { worst=$s; worst_t=$SIDE_TIME[$s] }; done
     vclass=fail; vtitle="${#CLUSTERS} outage(s) seen; most downtime points at $worst"
 elif (( NO_GATEWAY )); then
     vclass=fail; vtitle="No default gateway: this computer was not connected to a network"
 elif (( ${#T_LABEL} == 0 )); then
     vclass=warn; vtitle="Nothing could be probed"
+elif (( ! ${T_ROLE[(Ie)frontend]} )); then
+    # Quiet targets say nothing about the service when the service itself was never probed.
+    vclass=warn; vtitle="No outages among the targets probed, but the Orvanta front end could not be probed"
 elif (( ANY_LOSS )); then
     vclass=warn; vtitle="No outages; a few single probes were lost"
 else
     vclass=ok; vtitle="No outages: every target answered every probe"
 fi
 vlines=("Monitored from $(fmt_clock $START) to $(fmt_clock $STOPPED_AT) ($(fmt_dur $(( STOPPED_AT - START ))), $ROUND rounds every $(printf %g $INTERVAL)s); $STOP_REASON.")
+[[ -n $TUNNEL ]] && vlines+=("Traffic left through the VPN tunnel $TUNNEL (a default route with no gateway address).")
 for c in $CLUSTERS; do
     parts=(${=c}); side_of $parts[3]
     vlines+=("$(fmt_clock $parts[1])–$(fmt_clock $parts[2]) ($(fmt_dur $(( parts[2] - parts[1] )))): $REPLY")

@@ -20,9 +20,10 @@ typeset -i TRACE_LIMIT=${ORVANTA_TRACE_TIMEOUT:-120}
 typeset -i SILENT_STOP=5      # consecutive silent hops after which a trace is ended
 (( MAX_HOPS >= 1 && MAX_HOPS <= 64 && HOP_WAIT >= 1 && TRACE_LIMIT >= 1 )) || { print -r -- "ORVANTA_TRACE_MAX_HOPS, ORVANTA_TRACE_WAIT or ORVANTA_TRACE_TIMEOUT is out of range"; exit 2 }
 
-TRAPEXIT() { orv_in_subshell || orv_kill_jobs }
-TRAPINT() { orv_subshell_stop 130; orv_kill_jobs; orv_say "Stopped (interrupt): no report written."; exit 130 }
-TRAPTERM() { orv_subshell_stop 143; orv_kill_jobs; orv_say "Stopped: no report written."; exit 143 }
+# A stopped trace ends its traceroute and whatever that started, so nothing outlives the script.
+TRAPEXIT() { orv_in_subshell || { orv_kill_jobs; orv_end_children } }
+TRAPINT() { orv_subshell_stop 130; orv_end_children; orv_say "Stopped (interrupt): no report written."; exit 130 }
+TRAPTERM() { orv_subshell_stop 143; orv_end_children; orv_say "Stopped: no report written."; exit 143 }
 
 orv_say "Orvanta Trace Route $ORV_SCRIPT_VERSION on ${ORV_OS}: up to $MAX_HOPS hops, ${HOP_WAIT}s per probe"
 typeset -g TOOL=""
@@ -37,15 +38,22 @@ orv_split $ORV_FRONTEND 443
 TARGETS+=($ORV_HOST); LABELS+=("Front end")
 typeset -g RELAY_NOTE=""
 if orv_relay_peers; then
-    orv_split $reply[1] 3389; TARGETS+=($ORV_HOST); LABELS+=("Relay"); RELAY_NOTE=$ORV_RELAY_SOURCE
+    orv_split $reply[1] 3389; TARGETS+=($ORV_HOST); RELAY_NOTE=$ORV_RELAY_SOURCE
+    if (( ORV_RELAY_GUESS )); then LABELS+=("Relay (a guess)"); else LABELS+=("Relay"); fi
 elif orv_last_recorded_relay; then
     orv_split $REPLY 3389; TARGETS+=($ORV_HOST); LABELS+=("Relay (last known)"); RELAY_NOTE=$ORV_RELAY_SOURCE
 else
     RELAY_NOTE="no relay known: $ORV_RELAY_SOURCE, and no earlier report recorded one"
     orv_result SKIP "Relay: $RELAY_NOTE"
 fi
-if orv_default_gateway; then
+if orv_default_gateway && [[ -n $REPLY ]]; then
     TARGETS+=($REPLY); LABELS+=("Default gateway")
+elif [[ -n $ORV_GW_IF ]]; then
+    # A full-tunnel VPN: the default route is the tunnel itself. Its far end and the local router beneath it
+    # can still be traced when they are known.
+    orv_result INFO "Default gateway: none; the default route goes through $ORV_GW_IF with no gateway address (a full-tunnel VPN or another point-to-point link)"
+    [[ -n $ORV_GW_PEER ]] && { TARGETS+=($ORV_GW_PEER); LABELS+=("Tunnel peer ($ORV_GW_IF)") }
+    [[ -n $ORV_GW_LOCAL ]] && { TARGETS+=($ORV_GW_LOCAL); LABELS+=("Local router (beside $ORV_GW_IF)") }
 else
     orv_result FAIL "Default gateway: none (this computer has no route to a network)"
 fi
@@ -75,6 +83,23 @@ parse_hop() {
     [[ -z $HIP && $HNAME == [0-9a-fA-F:.]## ]] && HIP=$HNAME
     [[ -z $HNAME ]] && HNAME=$HIP
     return 0
+}
+
+# unreachable_text MARKER: REPLY describes an ICMP unreachable marker of traceroute; status 1 for other markers.
+unreachable_text() {
+    case $1 in
+    !H) REPLY="host unreachable" ;;
+    !N) REPLY="network unreachable" ;;
+    !X|!A|!Z|!C) REPLY="administratively prohibited" ;;
+    !P) REPLY="protocol unreachable" ;;
+    !S) REPLY="source route failed" ;;
+    !F*) REPLY="fragmentation needed" ;;
+    !U) REPLY="destination host unknown" ;;
+    !W) REPLY="destination network unknown" ;;
+    !V) REPLY="host precedence violation" ;;
+    !<->) REPLY="unreachable (ICMP code ${1#!})" ;;
+    *) return 1 ;;
+    esac
 }
 
 median() { local -a v=(${(on)@}); (( $# )) || { REPLY=""; return }; REPLY=$v[$(( (${#v} + 1) / 2 ))] }
@@ -110,9 +135,10 @@ trace_one() {
     fi
     cmd+=($dest)
     orv_step "$label: tracing $host${${dest:#$host}:+ ($dest)} with $cmd[1]"
-    local -a nos names ips rtts notes
-    local line silent=0 reached=0 t0=$EPOCHREALTIME pid ended="finished"
-    coproc { $cmd 2>&1 }
+    local -a nos names ips rtts notes unreach
+    local line silent=0 reached=0 t0=$EPOCHREALTIME pid ended="finished" rt who flag why failed_at=0
+    # exec: the job is the tool itself, not a subshell that would wait for it before honouring a stop.
+    coproc { exec $cmd 2>&1 }
     pid=$!
     while true; do
         if ! read -r -t 1 -p line; then
@@ -121,49 +147,70 @@ trace_one() {
             continue
         fi
         parse_hop "$line" || { [[ $line == *(unknown|not known|Cannot|cannot|Invalid|invalid|failure)* ]] && notes+=("$line"); continue }
-        local rt="${(j: ms, :)HRTTS}${HRTTS:+ ms}"
+        rt="${(j: ms, :)HRTTS}${HRTTS:+ ms}"
+        why=""
+        for flag in ${(u)=HFLAGS}; do unreachable_text $flag && { why="$REPLY ($flag)"; break }; done
         if (( ${#nos} )) && [[ $nos[-1] == $HOP ]]; then      # tracepath may print a hop twice
             [[ -z $ips[-1] && -n $HIP ]] && { ips[-1]=$HIP; names[-1]=$HNAME }
             [[ -n $HRTTS ]] && rtts[-1]="${rtts[-1]:+$rtts[-1] }$HRTTS"
+            [[ -n $why ]] && unreach[-1]=$why
         else
-            nos+=($HOP); names+=("$HNAME"); ips+=("$HIP"); rtts+=("$HRTTS")
+            nos+=($HOP); names+=("$HNAME"); ips+=("$HIP"); rtts+=("$HRTTS"); unreach+=("$why")
         fi
         if [[ -n $HIP ]]; then
             silent=0
-            local who=$HIP; [[ $HNAME != $HIP ]] && who="$HNAME ($HIP)"
-            orv_say "   hop ${(l:2:)HOP}  $who  ${rt:-no time}${HFLAGS:+  $HFLAGS}"
+            who=$HIP; [[ $HNAME != $HIP ]] && who="$HNAME ($HIP)"
+            orv_say "   hop ${(l:2:)HOP}  $who  ${rt:-no time}${why:+  $why}"
         else
             (( silent++ ))
             orv_say "   hop ${(l:2:)HOP}  no reply"
         fi
+        # An unreachable answer ends the path here, whoever sent it.
+        if [[ -n $why ]]; then failed_at=${#nos}; ended="stopped at hop $HOP: $why"; break; fi
         [[ $HIP == $dest ]] || (( HREACHED )) && { reached=1 }
         (( reached )) && break
         if (( silent >= SILENT_STOP )); then ended="ended after $SILENT_STOP silent hops"; break; fi
         if (( EPOCHREALTIME - t0 > TRACE_LIMIT )); then ended="stopped after ${TRACE_LIMIT}s"; break; fi
     done
-    kill -TERM $pid 2>/dev/null
+    orv_end_tree $pid
     (( N_TRACED++ ))
 
-    # Analysis: per-hop median, the largest latency jump, the last hop that replied.
+    # Analysis: per-hop median, the last hop that replied, and the largest latency jump that holds: a step up
+    # of 30 ms or more (and at least half the latency before it) after which no later hop falls back below the
+    # middle of the step. A router that is slow to answer probes but forwards traffic quickly shows a step up
+    # and then lower hops again; that is not a jump. A step at the last hop that replied counts only when that
+    # hop is the destination.
     local -a med
-    local i last_reply=0 jump_at=0 jump=0 prev_v=""
+    local i j last_reply=0 jump_at=0 jump=0 prev_v="" step holds
     for (( i = 1; i <= ${#nos}; i++ )); do
         median ${=rtts[i]}; med[i]=$REPLY
         [[ -n $ips[i] ]] && last_reply=$i
-        if [[ -n $med[i] ]]; then
-            if [[ -n $prev_v ]] && (( med[i] - prev_v > jump )); then jump=$(( med[i] - prev_v )); jump_at=$i; fi
-            prev_v=$med[i]
-        fi
     done
-    (( jump >= 30 && jump >= 0.5 * (med[jump_at] - jump) )) || jump_at=0
+    for (( i = 1; i <= ${#nos}; i++ )); do
+        [[ -n $med[i] ]] || continue
+        if [[ -n $prev_v ]] && (( (step = med[i] - prev_v) > jump && step >= 30 && step >= 0.5 * prev_v )); then
+            holds=0
+            (( reached && i == ${#nos} )) && holds=1
+            for (( j = i + 1; j <= ${#nos}; j++ )); do
+                [[ -n $med[j] ]] || continue
+                if (( med[j] < prev_v + step / 2 )); then holds=0; break; fi
+                holds=1
+            done
+            (( holds )) && { jump=$step; jump_at=$i }
+        fi
+        prev_v=$med[i]
+    done
     local stop_at=0
-    (( ! reached && last_reply > 0 )) && stop_at=$last_reply
+    (( ! reached && ! failed_at && last_reply > 0 )) && stop_at=$last_reply
 
-    if (( reached )); then
+    if (( failed_at )); then
+        who=${ips[failed_at]}; [[ -n $names[failed_at] && $names[failed_at] != $who ]] && who="$names[failed_at], $who"
+        orv_result FAIL "$label $host: hop $nos[failed_at]${who:+ ($who)} answered: $unreach[failed_at]"
+    elif (( reached )); then
         orv_result OK "$label $host reached in ${#nos} hop(s)${med[-1]:+, $med[-1] ms}"
     elif (( ${#nos} == 0 )); then
         orv_result FAIL "$label $host: the trace produced no hops ($ended)${notes:+: $notes[1]}"
-    elif [[ $label == Default\ gateway ]]; then
+    elif [[ $label == "Default gateway" ]]; then
         orv_result FAIL "$label $host did not answer ($ended)"
     else
         orv_result WARN "$label $host did not answer trace probes (many servers filter them); replies stop after hop ${nos[stop_at]:-0}"
@@ -171,16 +218,18 @@ trace_one() {
     (( jump_at )) && orv_result INFO "$label: latency jumps by $(printf '%.0f' $jump) ms at hop $nos[jump_at] ($names[jump_at])"
 
     local tail=""; (( reached )) || tail=" The destination did not reply."
+    (( failed_at )) && tail=" The path ends in an unreachable answer."
     orv_para note "${(j: :)cmd} — $ended.$tail"
     for line in $notes; do orv_para note "$line"; done
     orv_table "Hop" "Host" "Address" "Times" "Median" "Remark"
-    local remark cls
+    local remark cls cells c
     for (( i = 1; i <= ${#nos}; i++ )); do
         remark=""; cls=""
+        [[ -n $unreach[i] ]] && { remark=$unreach[i]; cls=" class=\"mark\"" }
         (( i == jump_at )) && { remark="latency jumps here (+$(printf '%.0f' $jump) ms)"; cls=" class=\"mark\"" }
         (( i == stop_at )) && { remark="${remark:+$remark; }replies stop after this hop"; cls=" class=\"mark\"" }
         (( reached && i == ${#nos} )) && remark="${remark:+$remark; }destination"
-        local cells="" c
+        cells=""
         for c in $nos[i] "${names[i]:-*}" "${ips[i]:-no reply}" "${${rtts[i]// / ms, }:+${rtts[i]// / ms, } ms}" "${med[i]:+$med[i] ms}" "$remark"; do
             orv_esc "$c"; cells+="<td>$REPLY</td>"
         done
@@ -188,13 +237,14 @@ trace_one() {
     done
     (( ${#nos} )) || orv_row "" "-" "no hops" "" "" "" ""
     orv_table_end
-    (( ${#nos} )) && chart nos med jump_at stop_at
+    (( ${#nos} )) && chart nos med jump_at $(( stop_at ? stop_at : failed_at )) "${${failed_at:#0}:+unreachable}"
 }
 
-# chart: bars of per-hop median latency; silent hops as grey ticks, the jump in red, a dashed line where replies stop.
+# chart HOPS MEDIANS JUMP-INDEX STOP-INDEX [STOP-TEXT]: bars of per-hop median latency; silent hops as grey
+# ticks, the jump in red, a dashed line after the hop where the path ends, labelled "replies stop" or STOP-TEXT.
 chart() {
-    local -a n=("${(@P)1}") m=("${(@P)2}"); local ja=${(P)3} sa=${(P)4}
-    integer W=960 LX=50 PW=880 H=200 TOP=16 PH=150
+    local -a n=("${(@P)1}") m=("${(@P)2}"); local ja=${(P)3} sa=$4 stop_text=${5:-replies stop}
+    integer W=960 LX=64 PW=880 H=200 TOP=16 PH=150
     local mx=1 i v x bw
     for v in $m; do [[ -n $v ]] && (( v > mx )) && mx=$v; done
     (( mx = mx * 1.1 ))
@@ -214,8 +264,12 @@ chart() {
         fi
         s+=("$(printf '<text x="%.1f" y="%d" text-anchor="middle" fill="#667085">%s</text>' $(( x + bw / 2 )) $(( TOP + PH + 14 )) $n[i])")
         if (( i == sa )); then
-            s+=("$(printf '<line x1="%.1f" y1="%d" x2="%.1f" y2="%d" stroke="#b26a00" stroke-dasharray="4 3"/>' $(( x + bw )) $TOP $(( x + bw )) $(( TOP + PH )))")
-            s+=("$(printf '<text x="%.1f" y="%d" fill="#b26a00">replies stop</text>' $(( x + bw + 3 )) $(( TOP + 10 )))")
+            # The label goes right of the line, or left of it when it would run past the chart's edge.
+            local lx=$(( x + bw + 3 )) anchor=start colour="#b26a00"
+            [[ $stop_text == "replies stop" ]] || colour="#c62828"
+            (( lx + 7 * ${#stop_text} > W )) && { lx=$(( x + bw - 3 )); anchor=end }
+            s+=("$(printf '<line x1="%.1f" y1="%d" x2="%.1f" y2="%d" stroke="%s" stroke-dasharray="4 3"/>' $(( x + bw )) $TOP $(( x + bw )) $(( TOP + PH )) $colour)")
+            s+=("$(printf '<text x="%.1f" y="%d" text-anchor="%s" fill="%s">%s</text>' $lx $(( TOP + 10 )) $anchor $colour $stop_text)")
         fi
     done
     s+=("<text x=\"$(( LX + PW / 2 ))\" y=\"$(( H - 4 ))\" text-anchor=\"middle\" fill=\"#667085\">hop</text></svg>")
