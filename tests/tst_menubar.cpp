@@ -77,6 +77,11 @@ private Q_SLOTS:
         QTest::newRow("flags 20") << flag.repeated(20) << flag.repeated(15) + QChar(0x2026);
         QTest::newRow("cjk 17") << QStringLiteral("会").repeated(17)
                                 << QStringLiteral("会").repeated(15) + QChar(0x2026);
+        // Controls are shown, not acted on: a tab, a line feed, a line separator, a C1 control.
+        QTest::newRow("controls") << QStringLiteral("A\tB\nC\u2028D\u009B")
+                                  << QStringLiteral("A\u2409B\u240AC\u2424D\uFFFD");
+        QTest::newRow("controls 17") << QStringLiteral("\t").repeated(17)
+                                     << QStringLiteral("\u2409").repeated(15) + QChar(0x2026);
     }
 
     void titleIsCutByUserPerceivedCharacters() {
@@ -114,11 +119,24 @@ private Q_SLOTS:
                                        [&] { calls.append(QStringLiteral("quit")); }});
 
         const SessionInfo ampersand = named(QStringLiteral("R&D desk"), SessionInfo::Source::appleScript);
-        content.rebuild(DetectorStatus::withSessions({untitled(SessionInfo::Source::axUnnamed), ampersand}));
+        const SessionInfo controls = named(QStringLiteral("Desk\t1\nsecond line"));
+        content.rebuild(
+            DetectorStatus::withSessions({untitled(SessionInfo::Source::axUnnamed), ampersand, controls}));
         QCOMPARE(actionTexts(menu),
-                 (QStringList{QStringLiteral("Active Sessions (2)"), QStringLiteral("Background session"),
-                              QStringLiteral("R&&D desk"), QStringLiteral("---"),
-                              QStringLiteral("Open Toolkit Window"), QStringLiteral("Quit")}));
+                 (QStringList{QStringLiteral("Active Sessions (3)"), QStringLiteral("Background session"),
+                              QStringLiteral("R&&D desk"), QStringLiteral("Desk\u24091\u240Asecond line"),
+                              QStringLiteral("---"), QStringLiteral("Open Toolkit Window"),
+                              QStringLiteral("Quit")}));
+        // Drawn as one row each, the title whole: no second line, no shortcut column.
+        QVERIFY(menu.actions()[3]->shortcut().isEmpty());
+        menu.popup(QPoint(0, 0));
+        QVERIFY(QTest::qWaitForWindowExposed(&menu));
+        QCOMPARE(menu.actionGeometry(menu.actions()[3]).height(),
+                 menu.actionGeometry(menu.actions()[2]).height());
+        QVERIFY(menu.actionGeometry(menu.actions()[3]).width() >
+                menu.fontMetrics().horizontalAdvance(QStringLiteral("Desk 1 second line")));
+        menu.hide();
+        content.rebuild(DetectorStatus::withSessions({untitled(SessionInfo::Source::axUnnamed), ampersand}));
         const QList<QAction*> actions = menu.actions();
         QVERIFY(!actions[0]->isEnabled());
         QVERIFY(actions[1]->isEnabled() && actions[2]->isEnabled());
