@@ -25,7 +25,7 @@ platform::StatusItemLabel MenuBarLabel::content(bool axTrusted, const DetectorSt
             break;
         }
     }
-    return {text, QString(), text};
+    return {text, idleSymbol, text, int(sessions.size())};
 }
 
 } // namespace orvanta
