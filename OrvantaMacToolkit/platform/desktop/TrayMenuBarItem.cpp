@@ -19,7 +19,7 @@ namespace orvanta::platform {
 namespace {
 
 // The sizes a tray may ask for, in pixels; each is drawn at its own size so that it stays sharp.
-constexpr int iconSizes[] = {16, 22, 24, 32, 44, 48, 64};
+constexpr int iconSizes[] = {16, 18, 20, 22, 24, 32, 44, 48, 64};
 
 // The tray's background is the panel's, light or dark, and unknown here: a light glyph with a dark rim
 // stands out from both.
