@@ -255,6 +255,8 @@ QWidget* ReportsSection::makeRowButtons(const ReportEntry& entry) {
         button->setFont(font);
         cellLayout->addWidget(button);
     }
+    // An icon button is drawn taller than a text button; the pair sits on one line.
+    trash->setFixedHeight(open->sizeHint().height());
     connect(open, &QPushButton::clicked, this, [this, entry] {
         if (m_actions.open)
             m_actions.open(entry);
