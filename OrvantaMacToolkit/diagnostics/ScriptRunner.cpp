@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSet>
 
 #ifdef Q_OS_UNIX
 #include <pwd.h>
@@ -80,8 +81,12 @@ ScriptRunner::~ScriptRunner() {
     }
     // Deleting a QProcess kills its child and waits for it. Instead the child is asked to stop and the
     // process object is let go: it deletes itself once the child has ended (reaping it), or, at quit, is
-    // left to the operating system together with the rest of the application.
+    // left to the operating system together with the rest of the application. Until then it stays listed,
+    // so that it is not mistaken for a leak.
+    static auto* const letGo = new QSet<QProcess*>;
+    letGo->insert(process);
     process->setParent(nullptr);
+    QObject::connect(process, &QObject::destroyed, [process] { letGo->remove(process); });
     QObject::connect(process, &QProcess::finished, process, &QObject::deleteLater);
     process->terminate();
 }
