@@ -13,7 +13,9 @@
 #include <QComboBox>
 #include <QMenu>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -26,13 +28,42 @@ const QByteArray oneSessionWorld = R"({
   "windows": {"812": [{"title": "Work desktop", "subrole": "AXStandardWindow", "size": [1920, 1080], "minimized": false}]}
 })";
 
-// The real application on a simulated world, headless, with its own home folder.
+// A helper program (an X server, a tray) for as long as the test needs it.
+class Helper {
+public:
+    Helper(const QString& program, const QStringList& arguments, const QString& display = {},
+           bool readOutput = false) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        if (!display.isEmpty())
+            environment.insert(QStringLiteral("DISPLAY"), display);
+        process.setProcessEnvironment(environment);
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        if (!readOutput)
+            process.setStandardOutputFile(QProcess::nullDevice());
+        process.start(program, arguments);
+    }
+    ~Helper() {
+        process.terminate();
+        if (!process.waitForFinished(5000)) {
+            process.kill();
+            process.waitForFinished(5000);
+        }
+    }
+    QProcess process;
+};
+
+// The real application on a simulated world, with its own home folder: headless, or on `display`.
 class AppProcess {
 public:
-    AppProcess(const QString& home, const QString& world) {
+    AppProcess(const QString& home, const QString& world, const QString& display = {}) {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("HOME"), home);
-        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        if (display.isEmpty()) {
+            environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        } else {
+            environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+            environment.insert(QStringLiteral("DISPLAY"), display);
+        }
         process.setProcessEnvironment(environment);
         process.setReadChannel(QProcess::StandardError);
         process.start(QStringLiteral(ORVANTA_APP_BINARY),
@@ -195,6 +226,65 @@ private Q_SLOTS:
         // The menu follows the monitor.
         QTRY_COMPARE(shell.menu()->actions().first()->text(), QStringLiteral("Active Sessions (1)"));
         QCOMPARE(shell.label().text, QStringLiteral("1\u25CF Work desktop"));
+    }
+
+    // On an X display with a real XEmbed tray (Xvfb and trayer), the item goes into the tray and the toolkit
+    // window opens at launch all the same.
+    void opensItsWindowBesideARealTray() {
+        const QString xvfb = QStandardPaths::findExecutable(QStringLiteral("Xvfb"));
+        const QString trayer = QStandardPaths::findExecutable(QStringLiteral("trayer"));
+        const QString xwininfo = QStandardPaths::findExecutable(QStringLiteral("xwininfo"));
+        if (xvfb.isEmpty() || trayer.isEmpty() || xwininfo.isEmpty())
+            QSKIP("needs Xvfb, trayer and xwininfo (Debian: xvfb, trayer, x11-utils) for a real tray");
+        // Xvfb picks a free display and, once it accepts connections, writes its number on standard output.
+        Helper server(xvfb,
+                      {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
+                       QStringLiteral("0"), QStringLiteral("800x600x24"), QStringLiteral("-nolisten"),
+                       QStringLiteral("tcp")},
+                      {}, true);
+        if (!QTest::qWaitFor([&] { return server.process.canReadLine(); }, 10000))
+            QSKIP("Xvfb could not be started");
+        const QString display = u':' + QString::fromLatin1(server.process.readLine().trimmed());
+        auto tree = [&] {
+            QProcess info;
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.insert(QStringLiteral("DISPLAY"), display);
+            info.setProcessEnvironment(environment);
+            info.start(xwininfo, {QStringLiteral("-root"), QStringLiteral("-tree")});
+            info.waitForFinished(10000);
+            return QString::fromLocal8Bit(info.readAllStandardOutput());
+        };
+        Helper tray(trayer,
+                    {QStringLiteral("--edge"), QStringLiteral("top"), QStringLiteral("--height"),
+                     QStringLiteral("22"), QStringLiteral("--widthtype"), QStringLiteral("request")},
+                    display);
+        QTRY_VERIFY_WITH_TIMEOUT(tree().contains(QStringLiteral("(\"panel\" \"trayer\")")), 10000);
+
+        AppProcess app(m_home.path(), m_world, display);
+        QVERIFY2(app.waitForLine(QStringLiteral("app: ready")), qPrintable(app.lines.join('\n')));
+        QVERIFY(app.lines.contains(QStringLiteral("app: menu-bar item shown")));
+        QVERIFY(app.lines.contains(QStringLiteral("app: toolkit window opened")));
+        // The tray embeds the item: a small window of the application inside the tray's panel.
+        auto indent = [](const QString& line) { return line.size() - line.trimmed().size(); };
+        QString embedded;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            [&] {
+                const QStringList lines = tree().split(u'\n');
+                qsizetype i =
+                    lines.indexOf(QRegularExpression(QStringLiteral(".*\\(\"panel\" \"trayer\"\\).*")));
+                const qsizetype panelIndent = i < 0 ? 0 : indent(lines[i]);
+                while (i >= 0 && ++i < lines.size() && indent(lines[i]) > panelIndent) {
+                    if (lines[i].contains(QStringLiteral("\"orvanta-mac-toolkit\"")))
+                        embedded = lines[i];
+                }
+                return !embedded.isEmpty();
+            }(),
+            10000);
+        const QRegularExpressionMatch size =
+            QRegularExpression(QStringLiteral("\\)\\s+(\\d+)x(\\d+)\\+")).match(embedded);
+        QVERIFY2(size.hasMatch() && size.captured(1).toInt() <= 32 && size.captured(2).toInt() <= 32,
+                 qPrintable(embedded));
+        QCOMPARE(app.process.state(), QProcess::Running);
     }
 
 private:

@@ -12,6 +12,7 @@
 #include "window/OutputLogView.h"
 #include "window/ReportsSection.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QComboBox>
 #include <QDir>
@@ -21,6 +22,7 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QSet>
 #include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
@@ -122,7 +124,8 @@ struct Fixture {
     std::unique_ptr<ScriptRunner> reachRunner, monitorRunner, traceRunner;
     std::unique_ptr<MainWindow> window;
 
-    explicit Fixture(SimWorld world) : desktop(std::move(world)) {
+    // `traceShell`, when given, is what the Trace Route runner launches instead of zsh.
+    explicit Fixture(SimWorld world, const QString& traceShell = {}) : desktop(std::move(world)) {
         scripts = work.filePath(QStringLiteral("scripts"));
         reports = work.filePath(QStringLiteral("Desktop"));
         QDir().mkpath(scripts);
@@ -136,7 +139,8 @@ struct Fixture {
                                              nullptr, SessionMonitorTiming{150, 3000});
         reachRunner = std::make_unique<ScriptRunner>(scripts);
         monitorRunner = std::make_unique<ScriptRunner>(scripts);
-        traceRunner = std::make_unique<ScriptRunner>(scripts);
+        traceRunner = std::make_unique<ScriptRunner>(
+            scripts, nullptr, traceShell.isEmpty() ? ScriptRunner::zshPath : traceShell);
         permissions->start();
         monitor->start();
     }
@@ -189,6 +193,7 @@ private Q_SLOTS:
     void trashingTheOnlyReportShowsThePlaceholder();
     void permissionsPanelFollowsTrust();
     void focusButtonFollowsTheSessionsAndFocusesTheFirst();
+    void everyControlIsNamedForAssistiveTechnology();
 };
 
 void MainWindowTest::initTestCase() {
@@ -199,10 +204,24 @@ void MainWindowTest::initTestCase() {
 void MainWindowTest::freshWindowThenOneRunFromItsCard() {
     Fixture f(clientWorld());
     MainWindow& window = f.open();
-    QCOMPARE(window.minimumSize(), QSize(600, 400));
+    // As small as the content allows, never below 600 by 400: the log keeps its 104 points, the cards and
+    // sections stay apart.
     window.resize(300, 200);
+    QTRY_COMPARE(window.size(), window.minimumSize());
     QVERIFY(window.width() >= 600 && window.height() >= 400);
+    QWidget* logPanel = window.output()->logArea()->parentWidget();
+    QCOMPARE(logPanel->height(), 104);
+    QList<QRect> stacked;
+    for (ScriptCatalog script : ScriptCatalog::allCases())
+        stacked.append(QRect(f.runButton(script)->mapTo(&window, QPoint()), f.runButton(script)->size()));
+    stacked.append(QRect(logPanel->mapTo(&window, QPoint()), logPanel->size()));
+    stacked.append(window.reports()->geometry());
+    for (qsizetype i = 1; i < stacked.size(); ++i)
+        QVERIFY2(stacked[i].top() > stacked[i - 1].bottom(), qPrintable(QString::number(i)));
+    QVERIFY(window.reports()->geometry().bottom() < window.height());
     window.resize(720, 640);
+    QTRY_COMPARE(window.size(), QSize(720, 640));
+    const int logTop = logPanel->y();
 
     QCOMPARE(f.log(), ui::OutputLogView::placeholderText);
     QVERIFY(!f.cancelShown());
@@ -216,6 +235,7 @@ void MainWindowTest::freshWindowThenOneRunFromItsCard() {
     QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
     QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("trace start []\n"), longWait);
     QTRY_VERIFY(f.cancelShown());
+    QCOMPARE(logPanel->y(), logTop); // the header row did not grow for "Cancel"
     QCOMPARE(f.window->output()->cancelButton()->toolTip(),
              QStringLiteral("Stop the currently running diagnostic."));
     QVERIFY(!f.runButton(ScriptCatalog::traceRoute)->isEnabled());
@@ -227,6 +247,7 @@ void MainWindowTest::freshWindowThenOneRunFromItsCard() {
     QTRY_VERIFY_WITH_TIMEOUT(!f.cancelShown(), longWait);
     // The log keeps the output of the run that has just ended.
     QCOMPARE(f.log(), QStringLiteral("trace start []\ntrace done\n"));
+    QCOMPARE(logPanel->y(), logTop);
     QVERIFY(f.runButton(ScriptCatalog::traceRoute)->isEnabled());
     const ui::RunnerActivity& trace = window.activity(ScriptCatalog::traceRoute);
     QVERIFY(trace.lastCompleted && *trace.lastStarted <= *trace.lastCompleted);
@@ -321,25 +342,42 @@ void MainWindowTest::durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns
 }
 
 void MainWindowTest::startThatFailsLeavesNoTimeStamp() {
-    Fixture f(clientWorld());
+    // Trace Route runs through a shell of the test's own, which can be made impossible to execute.
+    QTemporaryDir bin;
+    const QString shell = bin.filePath(QStringLiteral("zsh"));
+    QVERIFY(writeFile(shell, "#!/bin/sh\nexec /bin/zsh \"$@\"\n",
+                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    Fixture f(clientWorld(), shell);
     MainWindow& window = f.open();
     QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
     QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("trace start []\n"), longWait);
     f.release(ScriptCatalog::traceRoute);
     QTRY_VERIFY_WITH_TIMEOUT(!f.cancelShown(), longWait);
+    // The reach run ends last, so its output is the one shown.
+    QTest::mouseClick(f.runButton(ScriptCatalog::connectorReach), Qt::LeftButton);
+    f.release(ScriptCatalog::connectorReach);
+    QTRY_VERIFY_WITH_TIMEOUT(window.activity(ScriptCatalog::connectorReach).lastCompleted, longWait);
+    QCOMPARE(f.log(), QStringLiteral("reach start []\nreach done\n"));
     const ui::RunnerActivity before = window.activity(ScriptCatalog::traceRoute);
 
+    // A launch the operating system refuses, then a script that is missing: neither leaves a time stamp,
+    // moves the log to the Trace Route runner, or shows "Cancel".
+    QVERIFY(QFile::setPermissions(shell, QFile::ReadOwner | QFile::WriteOwner));
+    QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
+    QVERIFY(f.traceRunner->state().error() &&
+            std::holds_alternative<ScriptRunner::PlatformError>(*f.traceRunner->state().error()));
     QVERIFY(QFile::remove(f.scripts + u'/' + ScriptCatalog(ScriptCatalog::traceRoute).fileName()));
     QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
-    QCOMPARE(f.traceRunner->state().kind(), ScriptRunner::RunState::Kind::failed);
-    QTest::qWait(50); // let the window take the change in
+    QVERIFY(f.traceRunner->state().error() &&
+            std::holds_alternative<ScriptRunner::LaunchError>(*f.traceRunner->state().error()));
+    QTest::qWait(50); // let the window take the changes in
     const ui::RunnerActivity& after = window.activity(ScriptCatalog::traceRoute);
     QCOMPARE(after.lastStarted, before.lastStarted);
     QCOMPARE(after.lastCompleted, before.lastCompleted);
+    QCOMPARE(&window.activeRunner(), f.reachRunner.get());
+    QCOMPARE(f.log(), QStringLiteral("reach start []\nreach done\n"));
     QVERIFY(f.runButton(ScriptCatalog::traceRoute)->isEnabled());
     QVERIFY(!f.cancelShown());
-    // A missing script leaves the output of the previous run in place.
-    QCOMPARE(f.log(), QStringLiteral("trace start []\ntrace done\n"));
 }
 
 void MainWindowTest::openLatestReportFollowsTheReportsOfEachScript() {
@@ -400,8 +438,14 @@ void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
     const QStringList byType{"2024-05-01 11:00:00 | Connector Reachability",
                              "2024-05-01 12:00:00 | Network Monitor", "2024-05-01 10:00:00 | Trace Route"};
     QCOMPARE(shownRows(table), byType);
+    // "Actions" cannot be sorted by: the rows and the arrow stay as they are.
     clickHeader(table, ReportsModel::actionsColumn);
     QCOMPARE(shownRows(table), byType);
+    QCOMPARE(table->horizontalHeader()->sortIndicatorSection(), int(ReportsModel::typeColumn));
+    QCOMPARE(table->horizontalHeader()->sortIndicatorOrder(), Qt::AscendingOrder);
+    const int rowHeight = table->rowHeight(0);
+    QVERIFY(rowHeight >=
+            table->indexWidget(table->model()->index(0, ReportsModel::actionsColumn))->sizeHint().height());
 
     // A reload that finds nothing new leaves the table alone: the row the user selected, and the button
     // under the pointer, survive it.
@@ -423,6 +467,9 @@ void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
 
     clickHeader(table, ReportsModel::typeColumn);
     QCOMPARE(shownRows(table).first(), QStringLiteral("2024-05-01 10:00:00 | Trace Route"));
+    // One row height across loads and re-sorts.
+    for (int row = 0; row < table->model()->rowCount(); ++row)
+        QCOMPARE(table->rowHeight(row), rowHeight);
     QCOMPARE(listedNames(*window.reports()).last(),
              QStringLiteral("OrvantaMacClientReach_20240501-110000.html"));
 }
@@ -501,6 +548,41 @@ void MainWindowTest::focusButtonFollowsTheSessionsAndFocusesTheFirst() {
     // The client quits: no session, no focusing.
     f.desktop.updateWorld([](SimWorld& w) { w.runningApplications.clear(); });
     QTRY_VERIFY_WITH_TIMEOUT(!focus->isEnabled(), longWait);
+}
+
+void MainWindowTest::everyControlIsNamedForAssistiveTechnology() {
+    SimWorld world = clientWorld();
+    world.accessibilityTrusted = false; // the permissions panel too
+    Fixture f(world);
+    const QString report = addReport(f.reports, ScriptCatalog::traceRoute, today(10));
+    MainWindow& window = f.open();
+    window.output()->setCancelVisible(true);
+    QStringList names;
+    int controls = 0;
+    for (QWidget* widget : window.findChildren<QWidget*>()) {
+        QAccessibleInterface* control = QAccessible::queryAccessibleInterface(widget);
+        const QAccessible::Role role = control ? control->role() : QAccessible::NoRole;
+        if (!widget->isVisible() || (role != QAccessible::Button && role != QAccessible::ComboBox &&
+                                     role != QAccessible::Table && role != QAccessible::Graphic))
+            continue;
+        ++controls;
+        const QString name = control->text(QAccessible::Name);
+        QVERIFY2(!name.isEmpty(), widget->metaObject()->className());
+        QVERIFY2(role == QAccessible::Table || role == QAccessible::Graphic ||
+                     !control->text(QAccessible::Description).isEmpty(),
+                 qPrintable(name));
+        names.append(name);
+    }
+    // Three cards, each with an icon, "Run" and "Open Latest Report", the picker, the focus row, "Grant",
+    // "Cancel", the logo, the table and its row's two buttons.
+    QVERIFY2(controls >= 18, qPrintable(names.join(u'|')));
+    QVERIFY(names.contains(QStringLiteral("Run Trace Route")));
+    QVERIFY(names.contains(QStringLiteral("About Trace Route")));
+    const QString file = QFileInfo(report).fileName();
+    QVERIFY(names.contains(QStringLiteral("Open ") + file));
+    QVERIFY(names.contains(QStringLiteral("Move ") + file + QStringLiteral(" to the Trash")));
+    // Names tell the cards' buttons apart.
+    QCOMPARE(QSet<QString>(names.begin(), names.end()).size(), names.size());
 }
 
 int main(int argc, char** argv) {

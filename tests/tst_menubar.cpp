@@ -6,6 +6,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QMenu>
+#include <QPainter>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -50,7 +51,6 @@ private Q_SLOTS:
         }
         const auto label = MenuBarLabel::content(true, sessions);
         QCOMPARE(label.text, QStringLiteral("1\u25CF Work desktop"));
-        QVERIFY(label.symbol.isEmpty());
         QCOMPARE(label.toolTip, label.text);
     }
 
@@ -77,6 +77,11 @@ private Q_SLOTS:
         QTest::newRow("flags 20") << flag.repeated(20) << flag.repeated(15) + QChar(0x2026);
         QTest::newRow("cjk 17") << QStringLiteral("会").repeated(17)
                                 << QStringLiteral("会").repeated(15) + QChar(0x2026);
+        // Controls are shown, not acted on: a tab, a line feed, a line separator, a C1 control.
+        QTest::newRow("controls") << QStringLiteral("A\tB\nC\u2028D\u009B")
+                                  << QStringLiteral("A\u2409B\u240AC\u2424D\uFFFD");
+        QTest::newRow("controls 17") << QStringLiteral("\t").repeated(17)
+                                     << QStringLiteral("\u2409").repeated(15) + QChar(0x2026);
     }
 
     void titleIsCutByUserPerceivedCharacters() {
@@ -114,11 +119,24 @@ private Q_SLOTS:
                                        [&] { calls.append(QStringLiteral("quit")); }});
 
         const SessionInfo ampersand = named(QStringLiteral("R&D desk"), SessionInfo::Source::appleScript);
-        content.rebuild(DetectorStatus::withSessions({untitled(SessionInfo::Source::axUnnamed), ampersand}));
+        const SessionInfo controls = named(QStringLiteral("Desk\t1\nsecond line"));
+        content.rebuild(
+            DetectorStatus::withSessions({untitled(SessionInfo::Source::axUnnamed), ampersand, controls}));
         QCOMPARE(actionTexts(menu),
-                 (QStringList{QStringLiteral("Active Sessions (2)"), QStringLiteral("Background session"),
-                              QStringLiteral("R&&D desk"), QStringLiteral("---"),
-                              QStringLiteral("Open Toolkit Window"), QStringLiteral("Quit")}));
+                 (QStringList{QStringLiteral("Active Sessions (3)"), QStringLiteral("Background session"),
+                              QStringLiteral("R&&D desk"), QStringLiteral("Desk\u24091\u240Asecond line"),
+                              QStringLiteral("---"), QStringLiteral("Open Toolkit Window"),
+                              QStringLiteral("Quit")}));
+        // Drawn as one row each, the title whole: no second line, no shortcut column.
+        QVERIFY(menu.actions()[3]->shortcut().isEmpty());
+        menu.popup(QPoint(0, 0));
+        QVERIFY(QTest::qWaitForWindowExposed(&menu));
+        QCOMPARE(menu.actionGeometry(menu.actions()[3]).height(),
+                 menu.actionGeometry(menu.actions()[2]).height());
+        QVERIFY(menu.actionGeometry(menu.actions()[3]).width() >
+                menu.fontMetrics().horizontalAdvance(QStringLiteral("Desk 1 second line")));
+        menu.hide();
+        content.rebuild(DetectorStatus::withSessions({untitled(SessionInfo::Source::axUnnamed), ampersand}));
         const QList<QAction*> actions = menu.actions();
         QVERIFY(!actions[0]->isEnabled());
         QVERIFY(actions[1]->isEnabled() && actions[2]->isEnabled());
@@ -144,41 +162,64 @@ private Q_SLOTS:
         QCOMPARE(focused.size(), 2);
     }
 
-    void trayLabelIsDrawnInOneColourAtTheRatio() {
-        const QColor color(10, 20, 30);
-        const platform::StatusItemLabel text{QStringLiteral("2\u25CF Work"), {}, {}};
-        const QPixmap wide = platform::TrayMenuBarItem::renderLabel(text, 22, 2.0, color);
-        QCOMPARE(wide.height(), 44);
-        QVERIFY(wide.width() > wide.height());
-        QCOMPARE(wide.devicePixelRatio(), 2.0);
-
-        const platform::StatusItemLabel icon{{}, MenuBarLabel::warningSymbol, {}};
-        const QImage image = platform::TrayMenuBarItem::renderLabel(icon, 22, 1.0, color).toImage();
-        QCOMPARE(image.size(), QSize(22, 22));
-        int painted = 0;
-        for (int y = 0; y < image.height(); ++y) {
-            for (int x = 0; x < image.width(); ++x) {
-                const QColor pixel = image.pixelColor(x, y);
-                if (pixel.alpha() == 255) {
-                    ++painted;
-                    QCOMPARE(pixel.rgb(), color.rgb());
+    void trayIconReadsOnLightAndDarkPanels() {
+        using platform::TrayMenuBarItem;
+        auto sessions = [](int count) {
+            return MenuBarLabel::content(
+                true, DetectorStatus::withSessions(QList<SessionInfo>(count, named(QStringLiteral("Desk")))));
+        };
+        const QList<platform::StatusItemLabel> states{
+            MenuBarLabel::content(false, DetectorStatus::noActiveSession()), sessions(2),
+            MenuBarLabel::content(true, DetectorStatus::noActiveSession())};
+        QCOMPARE(states[1].sessionCount, 2);
+        QCOMPARE(states[1].symbol, MenuBarLabel::idleSymbol); // the client glyph, badged
+        // The image of a state on a panel of `background`, as the tray shows it: 22 points square.
+        auto onPanel = [](const platform::StatusItemLabel& label, const QColor& background) {
+            const QPixmap icon = TrayMenuBarItem::renderLabel(label, 22, 1.0);
+            QImage panel(icon.size(), QImage::Format_RGB32);
+            panel.fill(background);
+            QPainter(&panel).drawPixmap(0, 0, icon);
+            return panel;
+        };
+        for (const QColor& background :
+             {QColor(Qt::white), QColor(0xEE, 0xEE, 0xEE), QColor(0x2B, 0x2B, 0x2B), QColor(Qt::black)}) {
+            QList<QImage> images;
+            for (const platform::StatusItemLabel& label : states) {
+                const QImage image = onPanel(label, background);
+                QCOMPARE(image.size(), QSize(22, 22));
+                // Enough of the icon stands apart from the panel to be seen.
+                int distinct = 0;
+                for (int y = 0; y < image.height(); ++y) {
+                    for (int x = 0; x < image.width(); ++x)
+                        distinct += qAbs(qGray(image.pixel(x, y)) - qGray(background.rgb())) > 64;
                 }
+                QVERIFY2(distinct > 60, qPrintable(background.name() + u' ' + label.toolTip));
+                images.append(image);
             }
+            // Three states, three pictures; the badge tells counts apart up to 9.
+            QVERIFY(images[0] != images[1] && images[1] != images[2] && images[0] != images[2]);
+            QVERIFY(onPanel(sessions(1), background) != onPanel(sessions(2), background));
+            QCOMPARE(onPanel(sessions(10), background), onPanel(sessions(12), background));
         }
-        QVERIFY2(painted > 40, "the bundled icon should have been drawn");
+        QCOMPARE(TrayMenuBarItem::badgeText(12), QStringLiteral("9+"));
+        const QPixmap sharp = TrayMenuBarItem::renderLabel(states[1], 22, 2.0);
+        QCOMPARE(sharp.size(), QSize(44, 44));
+        QCOMPARE(sharp.devicePixelRatio(), 2.0);
         for (const QString& symbol : {MenuBarLabel::warningSymbol, MenuBarLabel::idleSymbol,
                                       QStringLiteral("info.circle"), QStringLiteral("xmark")})
-            QVERIFY2(QFile::exists(platform::TrayMenuBarItem::symbolPath(symbol)), qPrintable(symbol));
+            QVERIFY2(QFile::exists(TrayMenuBarItem::symbolPath(symbol)), qPrintable(symbol));
     }
 
     void trayItemCarriesTheLabelAsIconAndToolTip() {
         platform::TrayMenuBarItem item;
-        const auto label =
-            MenuBarLabel::content(true, DetectorStatus::withSessions({named(QStringLiteral("Work"))}));
+        const auto label = MenuBarLabel::content(
+            true, DetectorStatus::withSessions({named(QStringLiteral("Accounting Department")), untitled()}));
         item.setLabel(label);
-        QCOMPARE(item.toolTip(), QStringLiteral("1\u25CF Work"));
+        // The icon cannot hold the text: the tooltip has all of it.
+        QCOMPARE(item.toolTip(), QStringLiteral("2\u25CF Accounting Depa\u2026"));
         QVERIFY(!item.icon().isNull());
-        QVERIFY(item.icon().isMask());
+        QVERIFY(item.icon().availableSizes().contains(QSize(22, 22)));
+        QVERIFY(!item.icon().isMask());
         item.setLabel(MenuBarLabel::content(false, DetectorStatus::appNotRunning()));
         QCOMPARE(item.toolTip(), QStringLiteral("Orvanta Mac Toolkit"));
         QVERIFY(!item.icon().isNull());

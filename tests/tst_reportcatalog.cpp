@@ -205,20 +205,57 @@ void ReportCatalogTest::openAndTrashThroughTheWorkspace() {
     QVERIFY(QFile::exists(report.toLocalFile()));
 
 #ifdef Q_OS_LINUX
-    // Keep the user's own Trash out of it: the freedesktop trash follows XDG_DATA_HOME.
-    const QByteArray previous = qgetenv("XDG_DATA_HOME");
-    qputenv("XDG_DATA_HOME", QFile::encodeName(dataHome.path()));
-    ReportCatalog::moveToTrash(report, workspace);
-    ReportCatalog::moveToTrash(report, workspace); // already gone: silently nothing
-    if (previous.isEmpty())
+    // The freedesktop trash follows HOME and XDG_DATA_HOME, here all temporary. A home without
+    // ~/.local/share gets one; where none can be made, the report stays where it was, and nothing lands
+    // in the current directory either.
+    QTemporaryDir home;
+    QVERIFY(home.isValid());
+    QFile blocker(home.filePath(QStringLiteral("not-a-folder")));
+    QVERIFY(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    const QByteArray previousHome = qgetenv("HOME");
+    const QByteArray previousData = qgetenv("XDG_DATA_HOME");
+    const QString previousDirectory = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(home.path()));
+    struct Case {
+        QString home, dataHome, trash; // trash empty: the move must fail
+    };
+    const QList<Case> cases{
+        {home.path(), dataHome.path(), dataHome.path() + QStringLiteral("/Trash")},
+        {home.filePath(QStringLiteral("new-home")), QString(),
+         home.filePath(QStringLiteral("new-home/.local/share/Trash"))},
+        {home.path(), home.filePath(QStringLiteral("not-a-folder/share")), QString()},
+    };
+    for (const Case& c : cases) {
+        QVERIFY(QDir().mkpath(c.home));
+        qputenv("HOME", QFile::encodeName(c.home));
+        if (c.dataHome.isEmpty())
+            qunsetenv("XDG_DATA_HOME");
+        else
+            qputenv("XDG_DATA_HOME", QFile::encodeName(c.dataHome));
+        desktop.file("OrvantaTraceRoute_1.html", base);
+        ReportCatalog::moveToTrash(report, workspace);
+        ReportCatalog::moveToTrash(report, workspace); // gone, or still refused: silently nothing
+        QCOMPARE(QFile::exists(report.toLocalFile()), c.trash.isEmpty());
+        QVERIFY(!QFileInfo::exists(home.filePath(QStringLiteral("files"))) &&
+                !QFileInfo::exists(home.filePath(QStringLiteral("info"))));
+        if (c.trash.isEmpty())
+            continue;
+        QVERIFY2(QFile::exists(c.trash + QStringLiteral("/files/OrvantaTraceRoute_1.html")),
+                 qPrintable(c.trash));
+        QFile info(c.trash + QStringLiteral("/info/OrvantaTraceRoute_1.html.trashinfo"));
+        QVERIFY(info.open(QIODevice::ReadOnly));
+        QVERIFY(info.readAll().contains("Path=" + QUrl::toPercentEncoding(report.toLocalFile(), "/")));
+    }
+    QVERIFY(QDir::setCurrent(previousDirectory));
+    qputenv("HOME", previousHome);
+    if (previousData.isEmpty())
         qunsetenv("XDG_DATA_HOME");
     else
-        qputenv("XDG_DATA_HOME", previous);
-    QVERIFY(!QFile::exists(report.toLocalFile()));
-    QVERIFY(QFile::exists(dataHome.filePath("Trash/files/OrvantaTraceRoute_1.html")));
-    QCOMPARE(workspace.actionDescriptions().size(), 3);
+        qputenv("XDG_DATA_HOME", previousData);
+    QCOMPARE(workspace.actionDescriptions().size(), 1 + 2 * int(cases.size()));
     QCOMPARE(names(ReportCatalog::recentReportURLs(desktop.url(), 20)),
-             QStringList{"OrvantaTraceRoute_2.html"});
+             (QStringList{"OrvantaTraceRoute_1.html", "OrvantaTraceRoute_2.html"}));
 #endif
 }
 

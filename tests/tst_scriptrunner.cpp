@@ -306,20 +306,29 @@ void ScriptRunnerTest::startWhileChildLivesIsRefused() {
 void ScriptRunnerTest::launchErrorFollowsRunning() {
     ScriptFolder folder;
     folder.write(ScriptCatalog::connectorReach, "print -rn never\n");
-    ScriptRunner runner(folder.path());
-    runner.run(ScriptCatalog::connectorReach, {}); // leaves output to be emptied
-    QVERIFY(waitForEnd(runner));
-    EnvironmentGuard home("HOME");
-    qputenv("HOME", QFile::encodeName(folder.path() + "/no-such-home"));
-    QList<Kind> kinds;
-    connect(&runner, &ScriptRunner::stateChanged, this, [&] { kinds << runner.state().kind(); });
-    runner.run(ScriptCatalog::connectorReach, {});
-    QVERIFY(waitForEnd(runner));
-    QCOMPARE(kinds, (QList<Kind>{Kind::running, Kind::failed}));
-    QVERIFY(std::holds_alternative<ScriptRunner::PlatformError>(*runner.state().error()));
-    QVERIFY(!description(runner.state()).isEmpty());
-    QVERIFY(runner.logBuffer().isEmpty());
-    QVERIFY(!runner.hasChild());
+    folder.touch(QStringLiteral("not-a-shell")); // present, but not executable
+    // Two launches that really fail: a working folder that does not exist, and a shell that cannot be
+    // executed. Either way the failure is published before run() returns, so an observer that looks at the
+    // next pass of the event loop never sees the runner running.
+    for (const bool badShell : {false, true}) {
+        ScriptRunner runner(folder.path(), nullptr,
+                            badShell ? folder.path() + QStringLiteral("/not-a-shell")
+                                     : ScriptRunner::zshPath);
+        EnvironmentGuard home("HOME");
+        if (!badShell) {
+            runner.run(ScriptCatalog::connectorReach, {}); // leaves output to be emptied
+            QVERIFY(waitForEnd(runner));
+            qputenv("HOME", QFile::encodeName(folder.path() + "/no-such-home"));
+        }
+        QList<Kind> kinds;
+        connect(&runner, &ScriptRunner::stateChanged, this, [&] { kinds << runner.state().kind(); });
+        runner.run(ScriptCatalog::connectorReach, {});
+        QCOMPARE(kinds, (QList<Kind>{Kind::running, Kind::failed}));
+        QVERIFY(std::holds_alternative<ScriptRunner::PlatformError>(*runner.state().error()));
+        QVERIFY(!description(runner.state()).isEmpty());
+        QVERIFY(runner.logBuffer().isEmpty());
+        QVERIFY(!runner.hasChild());
+    }
 }
 
 void ScriptRunnerTest::childEnvironmentRules() {
@@ -371,22 +380,24 @@ void ScriptRunnerTest::childSeesEnvironment() {
 
 void ScriptRunnerTest::destructionLeavesNoChild() {
     ScriptFolder folder;
-    // One script ends on SIGTERM; the other ignores it and must be killed.
-    folder.write(ScriptCatalog::connectorReach, "print -rn -- $$\n" + idleAfter(""));
-    folder.write(ScriptCatalog::networkMonitor, "trap '' TERM\nprint -rn -- $$\n" + idleAfter(""));
-    for (ScriptCatalog script : {ScriptCatalog::connectorReach, ScriptCatalog::networkMonitor}) {
-        auto runner = std::make_unique<ScriptRunner>(folder.path());
-        runner->run(script, {});
-        QTRY_VERIFY_WITH_TIMEOUT(!runner->logBuffer().isEmpty(), timeoutMs);
-        bool ok = false;
-        const pid_t pid = runner->logBuffer().toInt(&ok);
-        QVERIFY(ok && pid > 0);
-        QCOMPARE(::kill(pid, 0), 0);
-        runner.reset();
-        // Gone and reaped: a zombie would still accept signal 0.
-        QCOMPARE(::kill(pid, 0), -1);
-        QCOMPARE(errno, ESRCH);
-    }
+    // The script takes its time to write its report after SIGTERM, as a real one may.
+    folder.write(ScriptCatalog::networkMonitor,
+                 waitForFile + "trap 'zselect -t 150; print -r report > $dir/report; "
+                               "exit 0' TERM\nprint -rn -- $$\nwhile :; do zselect -t 5; "
+                               "done\n");
+    auto runner = std::make_unique<ScriptRunner>(folder.path());
+    runner->run(ScriptCatalog::networkMonitor, {folder.path()});
+    QTRY_VERIFY_WITH_TIMEOUT(!runner->logBuffer().isEmpty(), timeoutMs);
+    bool ok = false;
+    const pid_t pid = runner->logBuffer().toInt(&ok);
+    QVERIFY(ok && pid > 0);
+    runner.reset();
+    // Not waited for: still at work on its report when the runner is gone...
+    QCOMPARE(::kill(pid, 0), 0);
+    QVERIFY(!QFile::exists(folder.path() + QStringLiteral("/report")));
+    // ...which it finishes on its own; then it is reaped (a zombie would still accept signal 0).
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(folder.path() + QStringLiteral("/report")), timeoutMs);
+    QTRY_VERIFY_WITH_TIMEOUT(::kill(pid, 0) == -1 && errno == ESRCH, timeoutMs);
 }
 
 QTEST_GUILESS_MAIN(ScriptRunnerTest)

@@ -11,8 +11,9 @@ usage() {
 }
 
 # Debian packages the build, the tests and the diagnostic scripts need (the scripts' network tools: dig,
-# ping, traceroute, openssl, curl, lsof and ps).
-debian_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgl-dev zsh
+# ping, traceroute, openssl, curl, lsof and ps; a virtual X server, a tray and xwininfo for the test that
+# puts the application into a real system tray).
+debian_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgl-dev zsh xvfb trayer x11-utils
     openssl ca-certificates curl dnsutils iputils-ping traceroute lsof procps)
 
 install_dependencies() {

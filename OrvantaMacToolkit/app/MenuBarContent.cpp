@@ -1,5 +1,7 @@
 #include "app/MenuBarContent.h"
 
+#include "support/TextRules.h"
+
 #include <QAction>
 #include <QKeySequence>
 #include <QMenu>
@@ -8,9 +10,10 @@ namespace orvanta {
 
 namespace {
 
-// A session title is shown verbatim; in an action text "&" would otherwise mark a mnemonic.
-QString literalActionText(QString text) {
-    return text.replace(QLatin1Char('&'), QStringLiteral("&&"));
+// A session title is shown as it was detected. In an action text "&" would mark a mnemonic, a tab would
+// start the shortcut column and a line feed a second line, so controls are shown as symbols.
+QString literalActionText(const QString& text) {
+    return text::withVisibleControls(text).replace(QLatin1Char('&'), QStringLiteral("&&"));
 }
 
 } // namespace

@@ -6,8 +6,8 @@ namespace orvanta {
 
 QString MenuBarLabel::shortenedTitle(const QString& title) {
     if (text::graphemeCount(title) <= maxTitleCharacters)
-        return title;
-    return text::graphemePrefix(title, maxTitleCharacters - 1) + QChar(0x2026);
+        return text::withVisibleControls(title);
+    return text::withVisibleControls(text::graphemePrefix(title, maxTitleCharacters - 1)) + QChar(0x2026);
 }
 
 platform::StatusItemLabel MenuBarLabel::content(bool axTrusted, const DetectorStatus& status) {
@@ -25,7 +25,7 @@ platform::StatusItemLabel MenuBarLabel::content(bool axTrusted, const DetectorSt
             break;
         }
     }
-    return {text, QString(), text};
+    return {text, idleSymbol, text, int(sessions.size())};
 }
 
 } // namespace orvanta

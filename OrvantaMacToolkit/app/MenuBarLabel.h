@@ -15,7 +15,8 @@ struct MenuBarLabel {
     static constexpr qsizetype maxTitleCharacters = 16;
 
     static platform::StatusItemLabel content(bool axTrusted, const DetectorStatus& status);
-    // The title whole when it has at most 16 user-perceived characters, else its first 15 and "…".
+    // The title whole when it has at most 16 user-perceived characters, else its first 15 and "…"; its
+    // control characters shown as symbols.
     static QString shortenedTitle(const QString& title);
 };
 

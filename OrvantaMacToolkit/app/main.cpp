@@ -216,8 +216,8 @@ int main(int argc, char* argv[]) {
 
     QObject::connect(&instance, &SingleInstance::showRequested, &shell,
                      &OrvantaMacToolkitApp::openToolkitWindow);
-    if (!shell.hasMenuBarItem())
-        shell.openToolkitWindow();
+    // The toolkit window is the application's first scene: it opens at launch, with or without a menu-bar item.
+    shell.openToolkitWindow();
     app::TerminationSignals terminationSignals;
     shell.trace(QStringLiteral("ready"));
     const int status = QApplication::exec();

@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSet>
 
 #ifdef Q_OS_UNIX
 #include <pwd.h>
@@ -66,22 +67,28 @@ std::optional<ScriptCatalog> ScriptRunner::RunState::script() const {
 
 // ---- ScriptRunner ----------------------------------------------------------------------------------
 
-ScriptRunner::ScriptRunner(QString scriptDirectory, QObject* parent)
-    : QObject(parent), m_scriptDirectory(std::move(scriptDirectory)) {}
+ScriptRunner::ScriptRunner(QString scriptDirectory, QObject* parent, QString shell)
+    : QObject(parent), m_scriptDirectory(std::move(scriptDirectory)), m_shell(std::move(shell)) {}
 
 ScriptRunner::~ScriptRunner() {
     if (!m_process)
         return;
-    m_process->disconnect(this);
-    if (m_process->state() != QProcess::NotRunning) {
-        // Bounded: a script gets a moment to end on SIGTERM, then SIGKILL, which cannot be refused. The
-        // waits reap the child.
-        m_process->terminate();
-        if (!m_process->waitForFinished(1000)) {
-            m_process->kill();
-            m_process->waitForFinished(5000);
-        }
+    QProcess* process = m_process;
+    process->disconnect(this);
+    if (process->state() == QProcess::NotRunning) {
+        delete process;
+        return;
     }
+    // Deleting a QProcess kills its child and waits for it. Instead the child is asked to stop and the
+    // process object is let go: it deletes itself once the child has ended (reaping it), or, at quit, is
+    // left to the operating system together with the rest of the application. Until then it stays listed,
+    // so that it is not mistaken for a leak.
+    static auto* const letGo = new QSet<QProcess*>;
+    letGo->insert(process);
+    process->setParent(nullptr);
+    QObject::connect(process, &QObject::destroyed, [process] { letGo->remove(process); });
+    QObject::connect(process, &QProcess::finished, process, &QObject::deleteLater);
+    process->terminate();
 }
 
 QString ScriptRunner::homeFolder() {
@@ -132,7 +139,7 @@ void ScriptRunner::run(ScriptCatalog script, const QStringList& arguments) {
     }
 
     auto* process = new QProcess(this);
-    process->setProgram(zshPath);
+    process->setProgram(m_shell);
     process->setArguments(QStringList{scriptPath} + arguments);
     process->setWorkingDirectory(homeFolder());
     process->setProcessChannelMode(QProcess::MergedChannels);
@@ -152,6 +159,11 @@ void ScriptRunner::run(ScriptCatalog script, const QStringList& arguments) {
     Q_EMIT logBufferChanged();
     m_process = process;
     process->start();
+    // The operating system's answer to the launch comes back through a pipe that QProcess reads in a later
+    // pass of the event loop. Observers must see a launch that fails as running followed at once by failed,
+    // within this call, so wait for that answer: it comes as soon as the child has executed the shell, or
+    // has failed to. The bound only guards against a system that never answers.
+    process->waitForStarted(5000);
 }
 
 void ScriptRunner::cancel() {

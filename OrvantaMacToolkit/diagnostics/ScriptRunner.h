@@ -98,8 +98,10 @@ public:
     inline static const QString defaultSearchPath =
         QStringLiteral("/usr/local/bin:/opt/homebrew/bin:/usr/bin:/bin:/usr/sbin:/sbin");
 
-    explicit ScriptRunner(QString scriptDirectory, QObject* parent = nullptr);
-    // Terminates a live child and waits for it briefly (then kills it), so no zombie is left behind.
+    // `shell` is what runs the scripts; only tests give another.
+    explicit ScriptRunner(QString scriptDirectory, QObject* parent = nullptr, QString shell = zshPath);
+    // Sends a live child SIGTERM, so that it can still write its report, and does not wait for it: the
+    // child ends on its own, after the application if need be, and is reaped as long as the event loop runs.
     ~ScriptRunner() override;
 
     const RunState& state() const { return m_state; }
@@ -139,6 +141,7 @@ private:
     RunState m_state;
     QString m_logBuffer;
     const QString m_scriptDirectory;
+    const QString m_shell;
     QProcess* m_process = nullptr; // the child and its merged output pipe
     OutputDecoder m_decoder;
 };

@@ -11,11 +11,14 @@ namespace orvanta::platform {
 
 // What the menu-bar item shows: either `text`, or, when `text` is empty, the icon named `symbol`
 // (an SF Symbol name; the bundled SVG of the same name elsewhere). `toolTip` describes the label in words:
-// the tray's tooltip, the macOS icon's accessibility description.
+// the tray's tooltip, the macOS icon's accessibility description. An item that can show only a square icon
+// shows `symbol` even beside a text, badged with `sessionCount`, the count the text begins with (0 without
+// sessions).
 struct StatusItemLabel {
     QString text;
     QString symbol;
     QString toolTip;
+    int sessionCount = 0;
 
     bool operator==(const StatusItemLabel&) const = default;
 };

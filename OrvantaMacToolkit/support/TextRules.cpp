@@ -101,4 +101,19 @@ QString graphemePrefix(const QString& text, qsizetype count) {
     return text.left(position);
 }
 
+QString withVisibleControls(QString text) {
+    for (QChar& c : text) {
+        const char16_t code = c.unicode();
+        if (code < 0x20)
+            c = QChar(char16_t(0x2400 + code)); // the picture of each C0 control
+        else if (code == 0x7F)
+            c = QChar(char16_t(0x2421)); // DELETE
+        else if (code == 0x85 || code == 0x2028 || code == 0x2029)
+            c = QChar(char16_t(0x2424)); // the line breaks without a picture of their own: NEWLINE
+        else if (code >= 0x80 && code <= 0x9F)
+            c = QChar(QChar::ReplacementCharacter);
+    }
+    return text;
+}
+
 } // namespace orvanta::text

@@ -24,5 +24,8 @@ bool containsIgnoringCase(const QString& text, const QString& fragment);
 qsizetype graphemeCount(const QString& text);
 // The first `count` user-perceived characters of `text` (all of it when it has fewer).
 QString graphemePrefix(const QString& text, qsizetype count);
+// `text` with every control character and line or paragraph separator replaced by a visible symbol (the
+// Control Pictures: a tab becomes U+2409), so that a menu or label shows it instead of acting on it.
+QString withVisibleControls(QString text);
 
 } // namespace orvanta::text

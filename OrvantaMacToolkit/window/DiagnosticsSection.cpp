@@ -35,8 +35,10 @@ void DiagnosticsSection::addCard(ScriptCatalog script, ScriptRunner* runner) {
     titleLayout->setContentsMargins(0, 0, 0, 0);
     titleLayout->setSpacing(4);
     titleLayout->addWidget(new QLabel(script.title(), titleBlock));
-    titleLayout->addWidget(new InfoButton(script.helpArticle().value_or(QUrl()).toString(), script.details(),
-                                          m_openUrl, titleBlock));
+    auto* info = new InfoButton(script.helpArticle().value_or(QUrl()).toString(), script.details(), m_openUrl,
+                                titleBlock);
+    info->setSubject(script.title());
+    titleLayout->addWidget(info);
     titleLayout->addStretch(1);
     row->addWidget(titleBlock);
     row->addStretch(1);
@@ -46,6 +48,7 @@ void DiagnosticsSection::addCard(ScriptCatalog script, ScriptRunner* runner) {
         m_picker->setFixedWidth(110);
         m_picker->setToolTip(monitorDurationHelp);
         m_picker->setAccessibleName(QStringLiteral("Network Monitor duration"));
+        m_picker->setAccessibleDescription(monitorDurationHelp);
         for (MonitorDuration duration : MonitorDuration::allCases())
             m_picker->addItem(duration.label());
         m_picker->setCurrentIndex(MonitorDuration::Case(m_duration));
@@ -61,8 +64,14 @@ void DiagnosticsSection::addCard(ScriptCatalog script, ScriptRunner* runner) {
     card.runner = runner;
     card.run = new QPushButton(QStringLiteral("Run"), this);
     card.run->setToolTip(script.summary());
+    // Three buttons read "Run": a screen reader needs to know which.
+    card.run->setAccessibleName(QStringLiteral("Run ") + script.title());
+    card.run->setAccessibleDescription(script.summary());
     card.openLatest = new QPushButton(QStringLiteral("Open Latest Report"), this);
     card.openLatest->setToolTip(script.openLatestHelp());
+    card.openLatest->setAccessibleName(QStringLiteral("Open Latest ") + script.title() +
+                                       QStringLiteral(" Report"));
+    card.openLatest->setAccessibleDescription(script.openLatestHelp());
     row->addWidget(card.run);
     row->addWidget(card.openLatest);
     connect(card.run, &QPushButton::clicked, this,

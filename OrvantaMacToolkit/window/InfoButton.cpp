@@ -32,19 +32,27 @@ InfoButton::InfoButton(const QString& helpArticle, const QString& description,
         label->setPixmap(pixmap);
         label->setToolTip(description);
         layout->addWidget(label);
-        return;
+        m_control = label;
+    } else {
+        m_button = new QToolButton(this);
+        m_control = m_button;
+        m_button->setAutoRaise(true);
+        m_button->setIcon(QIcon(pixmap));
+        m_button->setIconSize(QSize(iconSize, iconSize));
+        m_button->setToolTip(description);
+        m_button->setCursor(Qt::PointingHandCursor);
+        layout->addWidget(m_button);
+        connect(m_button, &QToolButton::clicked, this, [this, open = std::move(open)] {
+            if (open)
+                open(m_url);
+        });
     }
-    m_button = new QToolButton(this);
-    m_button->setAutoRaise(true);
-    m_button->setIcon(QIcon(pixmap));
-    m_button->setIconSize(QSize(iconSize, iconSize));
-    m_button->setToolTip(description);
-    m_button->setCursor(Qt::PointingHandCursor);
-    layout->addWidget(m_button);
-    connect(m_button, &QToolButton::clicked, this, [this, open = std::move(open)] {
-        if (open)
-            open(m_url);
-    });
+    m_control->setAccessibleName(QStringLiteral("Information"));
+    m_control->setAccessibleDescription(description);
+}
+
+void InfoButton::setSubject(const QString& subject) {
+    m_control->setAccessibleName(QStringLiteral("About ") + subject);
 }
 
 } // namespace orvanta::window

@@ -31,6 +31,16 @@ const QString focusDetails = QStringLiteral(
     "Accessibility queries against Microsoft Windows App, falling back to Apple Events through System Events "
     "when the AX path returns empty.");
 
+// The window's own minimum, which its content can only raise: the cards, the 104-point log and the table
+// are never squeezed below what they need.
+constexpr QSize minimumWindowSize(600, 400);
+
+class ContentLayout : public QVBoxLayout {
+public:
+    using QVBoxLayout::QVBoxLayout;
+    QSize minimumSize() const override { return QVBoxLayout::minimumSize().expandedTo(minimumWindowSize); }
+};
+
 } // namespace
 
 MainWindow::MainWindow(ScriptRunner& reachRunner, ScriptRunner& monitorRunner, ScriptRunner& traceRouteRunner,
@@ -40,9 +50,9 @@ MainWindow::MainWindow(ScriptRunner& reachRunner, ScriptRunner& monitorRunner, S
       m_sessionMonitor(sessionMonitor), m_permissions(permissions), m_platform(platform),
       m_reportsFolder(std::move(reportsFolder)), m_refreshTimer(new QTimer(this)) {
     setWindowTitle(windowTitleText);
-    setMinimumSize(600, 400);
 
-    auto* layout = new QVBoxLayout(this);
+    auto* layout = new ContentLayout(this);
+    layout->setSizeConstraint(QLayout::SetMinimumSize);
     layout->setContentsMargins(20, 20, 20, 20);
     layout->setSpacing(16);
     layout->addWidget(makeHeader());
@@ -52,6 +62,10 @@ MainWindow::MainWindow(ScriptRunner& reachRunner, ScriptRunner& monitorRunner, S
     m_diagnostics = new DiagnosticsSection(m_runners, m_reportsFolder, open, this);
     layout->addWidget(m_diagnostics);
     m_output = new OutputLogView(this);
+    // The header row keeps its height, and the log its place, whether "Cancel" is shown or not.
+    QSizePolicy cancelPolicy = m_output->cancelButton()->sizePolicy();
+    cancelPolicy.setRetainSizeWhenHidden(true);
+    m_output->cancelButton()->setSizePolicy(cancelPolicy);
     layout->addWidget(m_output);
     m_reports = new ReportsSection({[workspace = m_platform.workspace](const ReportEntry& entry) {
                                         ReportCatalog::open(entry.url, *workspace);
@@ -64,6 +78,8 @@ MainWindow::MainWindow(ScriptRunner& reachRunner, ScriptRunner& monitorRunner, S
     layout->addWidget(m_reports, 1);
 
     m_refreshTimer->setInterval(refreshIntervalMs);
+    // Coarse timers may fire up to 5 % early as well as late.
+    m_refreshTimer->setTimerType(Qt::PreciseTimer);
     connect(m_refreshTimer, &QTimer::timeout, this, &MainWindow::refreshReports);
     connect(m_output, &OutputLogView::cancelRequested, this, [this] { activeRunner().cancel(); });
 
@@ -125,15 +141,18 @@ QWidget* MainWindow::makeHeader() {
     auto* focusRow = new QHBoxLayout;
     m_focusButton = new QPushButton(QStringLiteral("Focus Active Session"), header);
     m_focusButton->setToolTip(focusHelp);
+    m_focusButton->setAccessibleDescription(focusHelp);
     connect(m_focusButton, &QPushButton::clicked, this, [this] {
         // The status may have changed since the row was drawn.
         if (const std::optional<SessionInfo> session = activeSession(m_sessionMonitor.status()))
             SessionFocus::focus(m_platform, *session);
     });
     focusRow->addWidget(m_focusButton);
-    focusRow->addWidget(new InfoButton(
+    auto* info = new InfoButton(
         sessionTrackerArticle, focusDetails,
-        [workspace = m_platform.workspace](const QUrl& url) { workspace->openUrl(url); }, header));
+        [workspace = m_platform.workspace](const QUrl& url) { workspace->openUrl(url); }, header);
+    info->setSubject(QStringLiteral("Focus Active Session"));
+    focusRow->addWidget(info);
     focusRow->addStretch(1);
     column->addLayout(focusRow);
     row->addLayout(column);
@@ -141,6 +160,7 @@ QWidget* MainWindow::makeHeader() {
 
     auto* logo = new QLabel(header);
     logo->setObjectName(QStringLiteral("logo"));
+    logo->setAccessibleName(QStringLiteral("Orvanta logo"));
     logo->setPixmap(renderSvg(QStringLiteral(":/Logo.svg"), 64, devicePixelRatioF()));
     row->addWidget(logo, 0, Qt::AlignVCenter);
     return header;
@@ -157,11 +177,14 @@ QWidget* MainWindow::makePermissionsPanel() {
     auto* icon = new QLabel(panel);
     icon->setPixmap(renderSvg(QStringLiteral(":/icons/exclamationmark.triangle.fill.svg"), 16,
                               devicePixelRatioF(), QColor(255, 149, 0)));
+    icon->setAccessibleName(QStringLiteral("Warning"));
     row->addWidget(icon);
     row->addWidget(new QLabel(QStringLiteral("Accessibility"), panel));
     row->addStretch(1);
     auto* grant = new QPushButton(QStringLiteral("Grant"), panel);
     grant->setToolTip(QStringLiteral("Open System Settings to grant the missing permission."));
+    grant->setAccessibleName(QStringLiteral("Grant Accessibility"));
+    grant->setAccessibleDescription(grant->toolTip());
     connect(grant, &QPushButton::clicked, this,
             [this] { m_platform.workspace->openUrl(PermissionsService::accessibilitySettingsURL()); });
     row->addWidget(grant);

@@ -13,6 +13,7 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <memory>
 
 namespace orvanta::window {
 
@@ -164,6 +165,17 @@ ReportsSection::ReportsSection(Actions actions, QWidget* parent)
     m_table->horizontalHeader()->setStretchLastSection(true);
     m_table->horizontalHeader()->setSectionsClickable(true);
     m_table->horizontalHeader()->setHighlightSections(false);
+    // Desktop tables title their columns at the leading edge, like the cells below.
+    m_table->horizontalHeader()->setDefaultAlignment(Qt::AlignLeading | Qt::AlignVCenter);
+    m_table->setAccessibleName(QStringLiteral("Recent Reports"));
+    // Every row holds the two buttons, so every row is as high as they need, whatever is loaded or sorted.
+    {
+        const std::unique_ptr<QWidget> sample(makeRowButtons({}));
+        m_table->verticalHeader()->setMinimumSectionSize(0);
+        m_table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+        m_table->verticalHeader()->setDefaultSectionSize(
+            std::max(sample->sizeHint().height(), m_table->fontMetrics().height()) + 2);
+    }
     m_table->setShowGrid(false);
     m_table->setAlternatingRowColors(true);
     connect(m_table->horizontalHeader(), &QHeaderView::sectionClicked, this, &ReportsSection::headerClicked);
@@ -189,14 +201,25 @@ void ReportsSection::setReports(const QList<ReportEntry>& reports) {
 
 void ReportsSection::headerClicked(int column) {
     const ReportSortOrder order = reportSortOrderAfterClick(m_order, column);
-    if (order == m_order)
+    if (order == m_order) {
+        // The header has already moved its arrow to the clicked column; put it back.
+        applySortIndicator();
         return;
+    }
     m_order = order;
     showReports(sortedReports(m_model->reports(), m_order));
 }
 
 void ReportsSection::showReports(QList<ReportEntry> reports) {
     m_model->setReports(std::move(reports));
+    applySortIndicator();
+    installRowButtons();
+    m_stack->setCurrentWidget(m_model->reports().isEmpty() ? m_placeholder : static_cast<QWidget*>(m_table));
+    m_table->resizeColumnToContents(ReportsModel::timestampColumn);
+    m_table->resizeColumnToContents(ReportsModel::typeColumn);
+}
+
+void ReportsSection::applySortIndicator() {
     QHeaderView* header = m_table->horizontalHeader();
     const ReportSortComparator& first = m_order.first();
     header->setSortIndicatorShown(true);
@@ -204,51 +227,55 @@ void ReportsSection::showReports(QList<ReportEntry> reports) {
                                  ? ReportsModel::timestampColumn
                                  : ReportsModel::typeColumn,
                              first.reverse ? Qt::DescendingOrder : Qt::AscendingOrder);
-    installRowButtons();
-    m_stack->setCurrentWidget(m_model->reports().isEmpty() ? m_placeholder : static_cast<QWidget*>(m_table));
-    m_table->resizeColumnToContents(ReportsModel::timestampColumn);
-    m_table->resizeColumnToContents(ReportsModel::typeColumn);
+}
+
+QWidget* ReportsSection::makeRowButtons(const ReportEntry& entry) {
+    auto* cell = new QWidget;
+    auto* cellLayout = new QHBoxLayout(cell);
+    cellLayout->setContentsMargins(2, 0, 2, 0);
+    cellLayout->setSpacing(6);
+    cellLayout->addStretch(1);
+
+    const QString name = entry.url.fileName();
+    auto* open = new QPushButton(QStringLiteral("Open"), cell);
+    open->setObjectName(QStringLiteral("openReport"));
+    // Every row has the same two buttons: their accessible names say which report they act on.
+    open->setAccessibleName(QStringLiteral("Open ") + name);
+    open->setAccessibleDescription(QStringLiteral("Open this report in its default application."));
+    auto* trash = new QPushButton(cell);
+    trash->setObjectName(QStringLiteral("trashReport"));
+    trash->setIcon(
+        QIcon(renderSvg(QStringLiteral(":/icons/xmark.svg"), 12, devicePixelRatioF(), QColor(Qt::red))));
+    trash->setToolTip(QStringLiteral("Move this report to the Trash."));
+    trash->setAccessibleName(QStringLiteral("Move ") + name + QStringLiteral(" to the Trash"));
+    trash->setAccessibleDescription(trash->toolTip());
+    for (QPushButton* button : {open, trash}) {
+        QFont font = button->font();
+        font.setPointSizeF(font.pointSizeF() * 0.9);
+        button->setFont(font);
+        cellLayout->addWidget(button);
+    }
+    // An icon button is drawn taller than a text button; the pair sits on one line.
+    trash->setFixedHeight(open->sizeHint().height());
+    connect(open, &QPushButton::clicked, this, [this, entry] {
+        if (m_actions.open)
+            m_actions.open(entry);
+    });
+    // Queued: the trash action reloads the table, which deletes this button.
+    connect(
+        trash, &QPushButton::clicked, this,
+        [this, entry] {
+            if (m_actions.trash)
+                m_actions.trash(entry);
+        },
+        Qt::QueuedConnection);
+    return cell;
 }
 
 void ReportsSection::installRowButtons() {
-    const QIcon xmark(
-        renderSvg(QStringLiteral(":/icons/xmark.svg"), 12, devicePixelRatioF(), QColor(Qt::red)));
-    for (int row = 0; row < m_model->rowCount(); ++row) {
-        const ReportEntry entry = m_model->reports()[row];
-        auto* cell = new QWidget;
-        auto* cellLayout = new QHBoxLayout(cell);
-        cellLayout->setContentsMargins(2, 0, 2, 0);
-        cellLayout->setSpacing(6);
-        cellLayout->addStretch(1);
-
-        auto* open = new QPushButton(QStringLiteral("Open"), cell);
-        open->setObjectName(QStringLiteral("openReport"));
-        auto* trash = new QPushButton(cell);
-        trash->setObjectName(QStringLiteral("trashReport"));
-        trash->setIcon(xmark);
-        trash->setToolTip(QStringLiteral("Move this report to the Trash."));
-        trash->setAccessibleName(QStringLiteral("Move to Trash"));
-        for (QPushButton* button : {open, trash}) {
-            QFont font = button->font();
-            font.setPointSizeF(font.pointSizeF() * 0.9);
-            button->setFont(font);
-            cellLayout->addWidget(button);
-        }
-        connect(open, &QPushButton::clicked, this, [this, entry] {
-            if (m_actions.open)
-                m_actions.open(entry);
-        });
-        // Queued: the trash action reloads the table, which deletes this button.
-        connect(
-            trash, &QPushButton::clicked, this,
-            [this, entry] {
-                if (m_actions.trash)
-                    m_actions.trash(entry);
-            },
-            Qt::QueuedConnection);
-        m_table->setIndexWidget(m_model->index(row, ReportsModel::actionsColumn), cell);
-    }
-    m_table->resizeRowsToContents();
+    for (int row = 0; row < m_model->rowCount(); ++row)
+        m_table->setIndexWidget(m_model->index(row, ReportsModel::actionsColumn),
+                                makeRowButtons(m_model->reports()[row]));
 }
 
 } // namespace orvanta::window

@@ -78,6 +78,8 @@ private:
     void headerClicked(int column);
     void showReports(QList<ReportEntry> reports);
     void installRowButtons();
+    QWidget* makeRowButtons(const ReportEntry& entry);
+    void applySortIndicator();
 
     Actions m_actions;
     ReportSortOrder m_order = initialReportSortOrder();
