@@ -17,6 +17,9 @@ zmodload zsh/zselect 2>/dev/null
 zmodload zsh/net/tcp 2>/dev/null
 zmodload zsh/parameter 2>/dev/null
 setopt extended_glob pipe_fail no_nomatch
+# At quit the application asks a running script to stop and does not wait for it: once the application has
+# gone, the console has no reader, and a write there must not end the script before its report is written.
+trap '' PIPE
 
 typeset -g ORV_SCRIPT_VERSION="1.0"
 typeset -g ORV_OS=${$(uname -s 2>/dev/null):-unknown}
