@@ -37,7 +37,7 @@ void BM_runnerFlood50MB(benchmark::State& state) {
         clock.start();
         runner.run(ScriptCatalog::traceRoute, {});
         loop.exec();
-        if (runner.logBuffer().size() != FloodScript::bytes)
+        if (runner.logBuffer().size() != flood.bytes)
             state.SkipWithError("output incomplete");
         // With the producer always ahead, the gap between two appends is the cost of taking one chunk.
         const qsizetype tenth = stamps.size() / 10;
@@ -47,7 +47,7 @@ void BM_runnerFlood50MB(benchmark::State& state) {
         }
         chunks = double(stamps.size());
     }
-    state.SetBytesProcessed(state.iterations() * FloodScript::bytes);
+    state.SetBytesProcessed(state.iterations() * flood.bytes);
     state.counters["chunks"] = chunks;
     state.counters["ns_per_chunk_first_10pct"] = firstTenthNs;
     state.counters["ns_per_chunk_last_10pct"] = lastTenthNs;
