@@ -37,7 +37,7 @@ void BM_runnerFlood50MB(benchmark::State& state) {
         clock.start();
         runner.run(ScriptCatalog::traceRoute, {});
         loop.exec();
-        if (runner.logBuffer().size() != flood.bytes)
+        if (runner.logText().byteSize() != flood.bytes)
             state.SkipWithError("output incomplete");
         // With the producer always ahead, the gap between two appends is the cost of taking one chunk.
         const qsizetype tenth = stamps.size() / 10;

@@ -17,7 +17,6 @@
 #include <QDir>
 #include <QFile>
 #include <QHeaderView>
-#include <QPlainTextEdit>
 #include <QPointer>
 #include <QPushButton>
 #include <QScrollBar>
