@@ -252,7 +252,13 @@ void LogTextArea::setDimmed(bool dimmed) {
 }
 
 QRectF LogTextArea::textArea() const {
-    return QRectF(viewport()->rect()).adjusted(padding, padding, -padding, -padding);
+    return QRectF(viewport()->rect()).adjusted(padding, 0, -padding, 0);
+}
+
+// The padding above and below the text is part of what scrolls, as it would be in a text view: the first
+// piece carries the top padding, the last one the bottom padding.
+qreal LogTextArea::layoutTop(qsizetype piece) const {
+    return piece == 0 ? padding : 0;
 }
 
 QTextLayout& LogTextArea::layout(qsizetype piece) {
@@ -286,7 +292,7 @@ qreal LogTextArea::pieceHeight(qsizetype piece) {
     if (laidOut.lineCount() == 0)
         return fontMetrics().height();
     const QTextLine last = laidOut.lineAt(laidOut.lineCount() - 1);
-    return last.y() + last.height();
+    return layoutTop(piece) + last.y() + last.height() + (piece + 1 == m_text->pieceCount() ? padding : 0);
 }
 
 void LogTextArea::forgetLayouts() {
@@ -399,7 +405,7 @@ qsizetype LogTextArea::offsetAt(QPoint point) {
             QTextLayout& laidOut = layout(piece);
             int index = laidOut.lineCount() - 1;
             for (int i = 0; i < laidOut.lineCount(); ++i) {
-                if (targetY - y < laidOut.lineAt(i).y() + laidOut.lineAt(i).height()) {
+                if (targetY - y - layoutTop(piece) < laidOut.lineAt(i).y() + laidOut.lineAt(i).height()) {
                     index = i;
                     break;
                 }
@@ -426,7 +432,8 @@ QRect LogTextArea::characterRect(qsizetype offset) {
     QTextLine line = laidOut.lineForTextPosition(position);
     if (!line.isValid())
         line = laidOut.lineAt(laidOut.lineCount() - 1);
-    const QRectF rect(area.left() + line.cursorToX(position), y + line.y(), 1, line.height());
+    const QRectF rect(area.left() + line.cursorToX(position), y + layoutTop(piece) + line.y(), 1,
+                      line.height());
     return rect.intersects(area) ? rect.toAlignedRect() : QRect();
 }
 
@@ -437,8 +444,13 @@ void LogTextArea::ensureCursorVisible() {
     QTextLine line = laidOut.lineForTextPosition(position);
     if (!line.isValid())
         line = laidOut.lineAt(laidOut.lineCount() - 1);
-    const Position top{piece, line.y()};
-    const Position bottom = positionAbove(piece, line.y() + line.height(), textArea().height());
+    // The first and the last row are shown with their padding.
+    const qreal rowTop = piece == 0 && line.lineNumber() == 0 ? 0 : layoutTop(piece) + line.y();
+    const qreal rowBottom = piece + 1 == m_text->pieceCount() && line.lineNumber() + 1 == laidOut.lineCount()
+                                ? pieceHeight(piece)
+                                : layoutTop(piece) + line.y() + line.height();
+    const Position top{piece, rowTop};
+    const Position bottom = positionAbove(piece, rowBottom, textArea().height());
     if (top < m_top)
         scrollTo(top);
     else if (m_top < bottom)
@@ -709,7 +721,7 @@ void LogTextArea::paintEvent(QPaintEvent*) {
     trimLayouts();
     QPainter painter(viewport());
     const QRectF area = textArea();
-    painter.setClipRect(area);
+    painter.setClipRect(QRectF(viewport()->rect()));
     painter.setPen(m_dimmed ? secondaryTextColor(palette()) : palette().color(QPalette::Text));
 
     const QPalette::ColorGroup group = hasFocus() ? QPalette::Active : QPalette::Inactive;
@@ -730,12 +742,12 @@ void LogTextArea::paintEvent(QPaintEvent*) {
             if (last > first)
                 selections.append({first, last - first, selected});
         }
-        const QPointF origin(area.left(), y);
+        const QPointF origin(area.left(), y + layoutTop(piece));
         laidOut.draw(&painter, origin, selections);
         // A selected line break shows as a selected blank after the line, as in text editors.
         if (from < to && from <= end && to > end && end < limit) {
             const QTextLine last = laidOut.lineAt(laidOut.lineCount() - 1);
-            painter.fillRect(QRectF(origin.x() + last.naturalTextWidth(), y + last.y(),
+            painter.fillRect(QRectF(origin.x() + last.naturalTextWidth(), origin.y() + last.y(),
                                     fontMetrics().horizontalAdvance(QLatin1Char(' ')), last.height()),
                              selected.background());
         }

@@ -71,7 +71,9 @@ private:
         auto operator<=>(const Position&) const = default;
     };
 
+    // The viewport less the padding at the sides.
     QRectF textArea() const;
+    qreal layoutTop(qsizetype piece) const;
     QTextLayout& layout(qsizetype piece);
     qreal pieceHeight(qsizetype piece);
     void forgetLayouts();
