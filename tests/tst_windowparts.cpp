@@ -172,9 +172,10 @@ private Q_SLOTS:
             << "Ctrl+End, Shift+Left, Shift+Left, Shift+Left"
             << QString::fromUtf8("\xF0\x9F\x98\x80"
                                  "b\n");
-        QTest::newRow("a line longer than one piece")
-            << QStringList{QString(3000, u'y'), QString(3000, u'z') + u'\n'} << "Ctrl+Home, Shift+Ctrl+End"
-            << QString(3000, u'y') + QString(3000, u'z') + u'\n';
+        // 64 KiB and more in one line, with a character whose bytes straddle that mark.
+        QTest::newRow("a line of many pieces")
+            << QStringList{QString(30000, u'y'), QString(35535, u'z'), QString::fromUtf8("\xE2\x82\xAC\n")}
+            << "Ctrl+End, Shift+Left, Shift+Left" << QString::fromUtf8("\xE2\x82\xAC\n");
     }
 
     void logSelectsAndCopiesAcrossChunks() {

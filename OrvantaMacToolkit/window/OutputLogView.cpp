@@ -181,14 +181,6 @@ QAccessibleInterface* logTextAccessibleFactory(const QString& className, QObject
     return nullptr;
 }
 
-int utf8Units(QByteArrayView bytes) {
-    int units = 0;
-    for (const char byte : bytes)
-        if ((uchar(byte) & 0xC0) != 0x80)
-            units += uchar(byte) >= 0xF0 ? 2 : 1;
-    return units;
-}
-
 } // namespace
 
 // ---- LogTextArea -----------------------------------------------------------------------------------
@@ -381,15 +373,14 @@ void LogTextArea::scrollContentsBy(int, int) {
 int LogTextArea::localPosition(qsizetype piece, qsizetype offset) const {
     const qsizetype start = m_text->pieceStart(piece);
     const qsizetype stop = std::clamp(offset, start, m_text->pieceEnd(piece));
-    return utf8Units(m_text->bytes().sliced(start, stop - start));
+    return int(m_text->utf16Length(start, stop));
 }
 
 qsizetype LogTextArea::offsetOf(qsizetype piece, int position) const {
-    const QByteArrayView bytes = m_text->bytes();
     qsizetype at = m_text->pieceStart(piece);
     const qsizetype end = m_text->pieceEnd(piece);
     for (int units = 0; units < position && at < end;) {
-        units += uchar(bytes[at]) >= 0xF0 ? 2 : 1;
+        units += uchar(m_text->byteAt(at)) >= 0xF0 ? 2 : 1;
         at = m_text->nextCharacter(at);
     }
     return at;
