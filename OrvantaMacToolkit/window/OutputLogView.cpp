@@ -341,12 +341,15 @@ void LogTextArea::scrollBy(qreal pixels) {
 void LogTextArea::scrollToEnd() {
     m_top = endPosition();
     m_followEnd = true;
-    syncScrollBar();
+    syncScrollBar(m_top);
     viewport()->update();
 }
 
 void LogTextArea::syncScrollBar() {
-    const Position end = endPosition();
+    syncScrollBar(endPosition());
+}
+
+void LogTextArea::syncScrollBar(Position end) {
     const int maximum = int(std::min<qsizetype>(end.piece + (end.offset > 0 ? 1 : 0), INT_MAX));
     QScrollBar* bar = verticalScrollBar();
     m_settingScrollBar = true;

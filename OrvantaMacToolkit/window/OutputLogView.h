@@ -85,6 +85,7 @@ private:
     void scrollBy(qreal pixels);
     void scrollToEnd();
     void syncScrollBar();
+    void syncScrollBar(Position end);
     void onScrollBarMoved(int value);
     // Offsets within a piece: UTF-16 positions in its laid-out text against byte offsets in the text.
     int localPosition(qsizetype piece, qsizetype offset) const;
