@@ -204,7 +204,6 @@ LogTextArea::~LogTextArea() = default;
 
 void LogTextArea::setText(const OutputText* text) {
     m_text = text ? text : &noText();
-    m_generation = m_text->generation();
     m_shownPieces = m_text->pieceCount();
     m_shownBytes = m_text->byteSize();
     forgetLayouts();

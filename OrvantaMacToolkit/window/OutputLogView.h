@@ -96,7 +96,6 @@ private:
     void announceCursor();
 
     const OutputText* m_text = nullptr;
-    quint64 m_generation = 0;
     qsizetype m_shownPieces = 0;
     std::unordered_map<qsizetype, std::unique_ptr<QTextLayout>> m_layouts;
     qreal m_layoutWidth = -1;
