@@ -95,6 +95,9 @@ private Q_SLOTS:
         QCOMPARE(area->selectedText(), QStringLiteral("first\nsecond line"));
         QTest::mouseDClick(viewport, Qt::LeftButton, {}, QPoint(12, 10 + rowHeight + rowHeight / 2));
         QCOMPARE(area->selectedText(), QStringLiteral("second"));
+        QTest::mousePress(viewport, Qt::LeftButton, {}, QPoint(12, 10 + rowHeight + rowHeight / 2));
+        QTest::mouseRelease(viewport, Qt::LeftButton, {}, QPoint(12, 10 + rowHeight + rowHeight / 2));
+        QCOMPARE(area->selectedText(), QStringLiteral("second line\n"));
 
         for (int i = 0; i < 200; ++i)
             append(QStringLiteral("line %1 <b>&amp;</b>\n").arg(i));

@@ -24,6 +24,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QContextMenuEvent>
+#include <QElapsedTimer>
 #include <QFontDatabase>
 #include <QGuiApplication>
 #include <QHBoxLayout>
@@ -613,8 +614,17 @@ void LogTextArea::mousePressEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton)
         return;
     m_goalX = -1;
+    const QPoint point = event->position().toPoint();
+    // A third click soon after a double click selects the whole line, with its line break.
+    if (m_doubleClicked.isValid() && !m_doubleClicked.hasExpired(QApplication::doubleClickInterval()) &&
+        (point - m_lastMouse).manhattanLength() < QApplication::startDragDistance()) {
+        m_doubleClicked.invalidate();
+        const qsizetype piece = m_text->pieceAt(offsetAt(point));
+        setSelection(m_text->pieceStart(piece), m_text->pieceLimit(piece));
+        return;
+    }
     m_selecting = true;
-    m_lastMouse = event->position().toPoint();
+    m_lastMouse = point;
     moveCursor(offsetAt(m_lastMouse), event->modifiers() & Qt::ShiftModifier);
 }
 
@@ -654,7 +664,9 @@ void LogTextArea::autoScroll() {
 void LogTextArea::mouseDoubleClickEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton)
         return;
-    const qsizetype at = offsetAt(event->position().toPoint());
+    m_lastMouse = event->position().toPoint();
+    m_doubleClicked.start();
+    const qsizetype at = offsetAt(m_lastMouse);
     const qsizetype piece = m_text->pieceAt(at);
     const QString text = layout(piece).text();
     const int position = localPosition(piece, at);

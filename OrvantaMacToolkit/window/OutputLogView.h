@@ -3,6 +3,7 @@
 #include "diagnostics/OutputText.h"
 
 #include <QAbstractScrollArea>
+#include <QElapsedTimer>
 #include <QTimer>
 #include <QWidget>
 
@@ -112,6 +113,7 @@ private:
     bool m_selecting = false;
     QPoint m_lastMouse;
     QTimer m_autoScroll;
+    QElapsedTimer m_doubleClicked;
 };
 
 // The Output section: its heading, "Cancel" while the shown run goes on, and the log of that run.
