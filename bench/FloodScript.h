@@ -1,7 +1,7 @@
 #pragma once
 
-// A scripts folder whose Trace Route script copies a prepared 50 MB text file to its output as fast as
-// the pipe takes it: the heaviest output a runner and the window can be given.
+// A scripts folder whose Trace Route script copies a prepared text file (50 MB unless told) to its output
+// as fast as the pipe takes it: the heaviest output a runner and the window can be given.
 
 #include "diagnostics/ScriptCatalog.h"
 
@@ -11,11 +11,10 @@
 #include <algorithm>
 
 struct FloodScript {
-    static constexpr qint64 bytes = 50 * 1024 * 1024;
-
+    const qint64 bytes;
     QTemporaryDir dir;
 
-    FloodScript() {
+    explicit FloodScript(qint64 megabytes = 50) : bytes(megabytes * 1024 * 1024) {
         const QString textPath = dir.filePath(QStringLiteral("flood.txt"));
         QFile text(textPath);
         text.open(QIODevice::WriteOnly);

@@ -37,7 +37,7 @@ void BM_runnerFlood50MB(benchmark::State& state) {
         clock.start();
         runner.run(ScriptCatalog::traceRoute, {});
         loop.exec();
-        if (runner.logBuffer().size() != FloodScript::bytes)
+        if (runner.logText().byteSize() != flood.bytes)
             state.SkipWithError("output incomplete");
         // With the producer always ahead, the gap between two appends is the cost of taking one chunk.
         const qsizetype tenth = stamps.size() / 10;
@@ -47,27 +47,26 @@ void BM_runnerFlood50MB(benchmark::State& state) {
         }
         chunks = double(stamps.size());
     }
-    state.SetBytesProcessed(state.iterations() * FloodScript::bytes);
+    state.SetBytesProcessed(state.iterations() * flood.bytes);
     state.counters["chunks"] = chunks;
     state.counters["ns_per_chunk_first_10pct"] = firstTenthNs;
     state.counters["ns_per_chunk_last_10pct"] = lastTenthNs;
 }
 BENCHMARK(BM_runnerFlood50MB)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 
-// The decode-and-append step alone, with a buffer already holding `range(0)` MB.
+// The decode-and-append step alone (decoding, storing, indexing the lines), with a buffer already holding
+// `range(0)` MB. A fixed number of appends, since the buffer only grows.
 void BM_appendChunkToFilledBuffer(benchmark::State& state) {
     const QByteArray chunk = (QByteArray(63, 'y') + '\n').repeated(1024); // 64 KiB
-    QString buffer(qsizetype(state.range(0)) * 1024 * 1024, QLatin1Char('x'));
     OutputDecoder decoder;
-    for (auto _ : state) {
+    OutputText buffer;
+    for (qint64 filled = 0; filled < state.range(0) * 1024 * 1024; filled += chunk.size())
         buffer.append(*decoder.decode(chunk));
-        state.PauseTiming();
-        buffer.truncate(buffer.size() - chunk.size());
-        state.ResumeTiming();
-    }
+    for (auto _ : state)
+        buffer.append(*decoder.decode(chunk));
     state.SetBytesProcessed(state.iterations() * chunk.size());
 }
-BENCHMARK(BM_appendChunkToFilledBuffer)->Arg(0)->Arg(16)->Arg(64);
+BENCHMARK(BM_appendChunkToFilledBuffer)->Arg(0)->Arg(16)->Arg(64)->Iterations(512);
 
 void BM_recentReportURLs(benchmark::State& state) {
     static QTemporaryDir desktop;

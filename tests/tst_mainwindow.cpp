@@ -18,7 +18,6 @@
 #include <QDir>
 #include <QFile>
 #include <QHeaderView>
-#include <QPlainTextEdit>
 #include <QPointer>
 #include <QPushButton>
 #include <QScrollBar>

@@ -6,15 +6,17 @@
 #include <QHeaderView>
 #include <QTableView>
 
+#include <QAccessible>
 #include <QApplication>
+#include <QClipboard>
 #include <QLabel>
-#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTest>
 #include <QToolButton>
 
 using namespace orvanta::window;
+using orvanta::OutputText;
 
 namespace {
 
@@ -58,31 +60,85 @@ private Q_SLOTS:
         QCOMPARE(activeRunnerIndex({{{false, {}, {}}, {false, {}, at(5)}, {false, {}, at(5)}}}), 1);
     }
 
-    void logShowsPlaceholderThenAppendsAndFollowsTheEnd() {
+    void logFollowsTheEndAndStartsAfreshOnAnotherText() {
         OutputLogView view;
         view.resize(500, 200);
         view.show();
+        LogTextArea* area = view.logArea();
+        QScrollBar* bar = area->verticalScrollBar();
+        const QPoint topLeft(10, 10), bottomLeft(10, area->viewport()->height() - 10);
+        OutputText text;
+        view.showLog(text);
         QCOMPARE(view.shownText(), OutputLogView::placeholderText);
         QVERIFY(!view.cancelButton()->isVisible());
-        QVERIFY(view.logArea()->textInteractionFlags() & Qt::TextSelectableByMouse);
+        // The placeholder can be selected and copied too.
+        area->selectAll();
+        QCOMPARE(area->selectedText(), OutputLogView::placeholderText);
 
-        view.appendLog(QStringLiteral("first\n"));
+        QString expected;
+        auto append = [&](const QString& chunk) {
+            text.append(chunk);
+            expected += chunk;
+            view.showLog(text);
+        };
+        append(QStringLiteral("first\n"));
         QCOMPARE(view.shownText(), QStringLiteral("first\n"));
-        QString expected = QStringLiteral("first\n");
-        for (int i = 0; i < 200; ++i) {
-            const QString line = QStringLiteral("line %1 <b>&amp;</b>\n").arg(i);
-            view.appendLog(line);
-            expected += line;
-        }
+        append(QStringLiteral("second line\n"));
+        // Selected with the mouse: dragged from the first character to the end of the next line, and a word
+        // by a double click.
+        QWidget* viewport = area->viewport();
+        const int rowHeight = area->fontMetrics().height();
+        const QPoint secondRowEnd(viewport->width() - 20, 10 + rowHeight + rowHeight / 2);
+        QTest::mousePress(viewport, Qt::LeftButton, {}, topLeft);
+        QTest::mouseMove(viewport, secondRowEnd);
+        QTest::mouseRelease(viewport, Qt::LeftButton, {}, secondRowEnd);
+        QCOMPARE(area->selectedText(), QStringLiteral("first\nsecond line"));
+        QTest::mouseDClick(viewport, Qt::LeftButton, {}, QPoint(12, 10 + rowHeight + rowHeight / 2));
+        QCOMPARE(area->selectedText(), QStringLiteral("second"));
+        QTest::mousePress(viewport, Qt::LeftButton, {}, QPoint(12, 10 + rowHeight + rowHeight / 2));
+        QTest::mouseRelease(viewport, Qt::LeftButton, {}, QPoint(12, 10 + rowHeight + rowHeight / 2));
+        QCOMPARE(area->selectedText(), QStringLiteral("second line\n"));
+
+        for (int i = 0; i < 200; ++i)
+            append(QStringLiteral("line %1 <b>&amp;</b>\n").arg(i));
         QCOMPARE(view.shownText(), expected);
-        QScrollBar* bar = view.logArea()->verticalScrollBar();
         QVERIFY(bar->maximum() > 0);
         QCOMPARE(bar->value(), bar->maximum());
+        QVERIFY(area->offsetAt(bottomLeft) >= text.pieceStart(text.pieceCount() - 2));
 
-        view.showLog(QString());
-        QCOMPARE(view.shownText(), OutputLogView::placeholderText);
-        view.showLog(QStringLiteral("other run"));
+        // Scrolled back with the wheel, the view stays there until more output arrives, which brings the end
+        // back into view.
+        QWheelEvent wheel(QPointF(bottomLeft), area->viewport()->mapToGlobal(QPointF(bottomLeft)), {},
+                          QPoint(0, 3 * 120), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(area->viewport(), &wheel);
+        QVERIFY(bar->value() < bar->maximum());
+        append(QStringLiteral("last\n"));
+        QCOMPARE(bar->value(), bar->maximum());
+        QVERIFY(area->offsetAt(bottomLeft) >= text.pieceStart(text.pieceCount() - 2));
+
+        // A line far wider than the view wraps to its width, row after equal row.
+        const qsizetype longStart = text.byteSize();
+        append(QString(9000, u'x') + u'\n');
+        area->setFocus();
+        area->setSelection(longStart, longStart);
+        QTest::keyClick(area, Qt::Key_Down);
+        const qsizetype row = area->cursorPosition() - longStart;
+        QVERIFY(row > 10 && row < 200);
+        QTest::keyClick(area, Qt::Key_Down);
+        QCOMPARE(area->cursorPosition() - longStart, 2 * row);
+        QVERIFY(!area->characterRect(area->cursorPosition()).isEmpty());
+
+        // Another text (another runner's) is shown whole from its end; the same text emptied shows the
+        // placeholder again.
+        const OutputText other(QStringLiteral("other run"));
+        view.showLog(other);
         QCOMPARE(view.shownText(), QStringLiteral("other run"));
+        view.showLog(text);
+        QCOMPARE(view.shownText(), expected);
+        QCOMPARE(bar->value(), bar->maximum());
+        text.clear();
+        view.showLog(text);
+        QCOMPARE(view.shownText(), OutputLogView::placeholderText);
 
         view.setCancelVisible(true);
         QVERIFY(view.cancelButton()->isVisible());
@@ -91,6 +147,66 @@ private Q_SLOTS:
         connect(&view, &OutputLogView::cancelRequested, [&] { ++cancels; });
         QTest::mouseClick(view.cancelButton(), Qt::LeftButton);
         QCOMPARE(cancels, 1);
+    }
+
+    void logSelectsAndCopiesAcrossChunks_data() {
+        QTest::addColumn<QStringList>("chunks");
+        QTest::addColumn<QString>("keys");
+        QTest::addColumn<QString>("copied");
+        QTest::newRow("lines across chunks")
+            << QStringList{"alpha\nbra", "vo\ncharlie\n"} << "Ctrl+Home, Shift+Down, Shift+Down"
+            << "alpha\nbravo\n";
+        QStringList many;
+        for (int i = 0; i < 300; ++i)
+            many << QStringLiteral("%1 of 300\n").arg(i);
+        QTest::newRow("all, far beyond the screen") << many << "Ctrl+A" << many.join(QString());
+        QTest::newRow("\\r\\n split between chunks is one break")
+            << QStringList{"one\r", "\ntwo\rthree"} << "Ctrl+Home, Down, Shift+Down"
+            << "two\r";
+        QTest::newRow("characters of two and four bytes")
+            << QStringList{QString::fromUtf8("a\xE2\x82\xAC"), QString::fromUtf8("\xF0\x9F\x98\x80"
+                                                                                 "b\n")}
+            << "Ctrl+End, Shift+Left, Shift+Left, Shift+Left"
+            << QString::fromUtf8("\xF0\x9F\x98\x80"
+                                 "b\n");
+        // 64 KiB and more in one line, with a character whose bytes straddle that mark.
+        QTest::newRow("a line of many pieces")
+            << QStringList{QString(30000, u'y'), QString(35535, u'z'), QString::fromUtf8("\xE2\x82\xAC\n")}
+            << "Ctrl+End, Shift+Left, Shift+Left" << QString::fromUtf8("\xE2\x82\xAC\n");
+    }
+
+    void logSelectsAndCopiesAcrossChunks() {
+        QFETCH(QStringList, chunks);
+        QFETCH(QString, keys);
+        QFETCH(QString, copied);
+        OutputLogView view;
+        view.resize(500, 200);
+        view.show();
+        OutputText text;
+        for (const QString& chunk : chunks) {
+            text.append(chunk);
+            view.showLog(text);
+        }
+        // How the output was split into chunks does not change how it is indexed.
+        const OutputText whole(chunks.join(QString()));
+        QCOMPARE(text.pieceCount(), whole.pieceCount());
+        for (qsizetype piece = 0; piece < whole.pieceCount(); ++piece)
+            QCOMPARE(text.pieceStart(piece), whole.pieceStart(piece));
+
+        LogTextArea* area = view.logArea();
+        area->setFocus();
+        QTest::keySequence(area, QKeySequence(keys));
+        QTest::keySequence(area, QKeySequence::Copy);
+        QCOMPARE(QGuiApplication::clipboard()->text(), copied);
+
+        // A screen reader reads the same text and the same selection.
+        QAccessibleTextInterface* reader = QAccessible::queryAccessibleInterface(area)->textInterface();
+        QVERIFY(reader);
+        QCOMPARE(reader->characterCount(), whole.size());
+        QCOMPARE(reader->text(0, reader->characterCount()), whole.toString());
+        int start = -1, end = -1;
+        reader->selection(0, &start, &end);
+        QCOMPARE(reader->text(start, end), copied);
     }
 
     void infoButtonOpensOnlyAValidAddress() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "diagnostics/OutputText.h"
 #include "diagnostics/ScriptCatalog.h"
 
 #include <QByteArrayView>
@@ -105,7 +106,10 @@ public:
     ~ScriptRunner() override;
 
     const RunState& state() const { return m_state; }
-    const QString& logBuffer() const { return m_logBuffer; }
+    // The whole output as one string, made on each call: for observers that read it now and then. A view
+    // that follows the output as it grows reads logText instead.
+    QString logBuffer() const { return m_logBuffer.toString(); }
+    const OutputText& logText() const { return m_logBuffer; }
     bool isRunning() const { return m_state.kind() == RunState::Kind::running; }
     const QString& scriptDirectory() const { return m_scriptDirectory; }
     // True while a child of this runner has been started and its end not yet handled.
@@ -139,7 +143,8 @@ private:
     void releaseProcess();
 
     RunState m_state;
-    QString m_logBuffer;
+    // Kept as UTF-8 with a line index: a week of output is tens of megabytes, and UTF-16 would double it.
+    OutputText m_logBuffer;
     const QString m_scriptDirectory;
     const QString m_shell;
     QProcess* m_process = nullptr; // the child and its merged output pipe

@@ -245,13 +245,7 @@ void MainWindow::syncRunStamps() {
 
 void MainWindow::syncLog() {
     const int active = activeRunnerIndex(m_activity);
-    const QString& buffer = m_runners[active]->logBuffer();
-    if (active != m_shownRunner || buffer.size() < m_shownSize)
-        m_output->showLog(buffer);
-    else if (buffer.size() > m_shownSize)
-        m_output->appendLog(buffer.sliced(m_shownSize));
-    m_shownRunner = active;
-    m_shownSize = buffer.size();
+    m_output->showLog(m_runners[active]->logText());
     m_output->setCancelVisible(m_activity[active].running);
 }
 

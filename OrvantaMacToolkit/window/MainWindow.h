@@ -84,8 +84,6 @@ private:
     // open.
     std::array<RunnerActivity, 3> m_activity;
     bool m_updatePending = false;
-    int m_shownRunner = -1;
-    qsizetype m_shownSize = 0;
 
     QPushButton* m_focusButton = nullptr;
     QWidget* m_permissionsPanel = nullptr;
