@@ -216,7 +216,8 @@ int main(int argc, char* argv[]) {
 
     QObject::connect(&instance, &SingleInstance::showRequested, &shell,
                      &OrvantaMacToolkitApp::openToolkitWindow);
-    // The toolkit window is the application's first scene: it opens at launch, with or without a menu-bar item.
+    // The toolkit window is the application's first scene: it opens at launch, with or without a menu-bar
+    // item.
     shell.openToolkitWindow();
     app::TerminationSignals terminationSignals;
     shell.trace(QStringLiteral("ready"));

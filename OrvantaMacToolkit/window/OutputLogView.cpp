@@ -5,9 +5,9 @@
 // Terminal emulators and log viewers (xterm, VTE, less, klogg) solve this the same way: the text is kept
 // once, an index of line starts finds any line without scanning, and only the lines on screen are laid
 // out. Here the runner's OutputText is that text and index, kept as UTF-8 in fixed blocks as VTE keeps its
-// scrollback (one growing buffer would copy the whole text whenever it is reallocated). The view lays out with
-// QTextLayout only the pieces it draws, keeps a small cache of them, and scrolls by piece: the scroll bar's
-// value is the first piece shown, with one more value for the very end, so its range follows the index
+// scrollback (one growing buffer would copy the whole text whenever it is reallocated). The view lays out
+// with QTextLayout only the pieces it draws, keeps a small cache of them, and scrolls by piece: the scroll
+// bar's value is the first piece shown, with one more value for the very end, so its range follows the index
 // without measuring the text. Within a piece that wraps to several rows, the wheel and the keys scroll by
 // pixels. An append therefore costs the indexing of its own bytes and the layout of the last few lines.
 //
