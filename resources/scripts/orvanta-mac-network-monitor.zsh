@@ -245,6 +245,8 @@ typeset -ga OUTAGES   # "start end target lost", times as epoch seconds with fra
 fmt_clock() { strftime %H:%M:%S ${1%.*} }
 fmt_dur() { local s=$(( int($1 + 0.5) )); if (( s >= 3600 )); then print -rn -- "$((s/3600)) h $((s%3600/60)) min"; elif (( s >= 60 )); then print -rn -- "$((s/60)) min $((s%60)) s"; else print -rn -- "$s s"; fi }
 orv_section "Targets"
+# The figures keep their unit beside them in a narrow window; the names and probes wrap instead.
+ORV_HEAD_EXTRA+=("<style>main>table:first-of-type :is(td,th){padding:5px 6px}main>table:first-of-type td:nth-child(n+4){white-space:nowrap}</style>")
 orv_table "" "Target" "Probe" "Sent" "Lost" "Loss" "Min" "Median" "95th" "Max" "Jitter"
 typeset -gi ANY_LOSS=0
 for (( i = 1; i <= ${#T_LABEL}; i++ )); do
