@@ -161,11 +161,11 @@ latency_stats() {
     (( $# )) || return 1
     local -a s=(${(on)@})
     local -i n=$# k=$(( (95 * $# + 99) / 100 ))
-    local -F sum=0 d
+    local -F sum=0 prev=$1 v
     S_MIN=$s[1]; S_MAX=$s[-1]; S_P95=$s[k]
     if (( n % 2 )); then S_MEDIAN=$s[n/2+1]; else printf -v S_MEDIAN '%.3f' $(( (s[n/2] + s[n/2+1]) / 2.0 )); fi
     (( n > 1 )) || return 0
-    for (( k = 2; k <= n; k++ )); do d=$(( ${@[k]} - ${@[k-1]} )); (( sum += d < 0 ? -d : d )); done
+    for v; do (( sum += v > prev ? v - prev : prev - v, prev = v )); done
     printf -v S_JITTER '%.3f' $(( sum / (n - 1) ))
 }
 
@@ -359,7 +359,7 @@ integer W=960 LX=190 PW=700 LH=44 GAP=12 TOP=24
 integer H=$(( TOP + ${#T_LABEL} * (LH + GAP) + 24 ))
 typeset -i b run_n
 typeset -F x run_t=-1 t scale
-typeset -A bv bl bs   # per interval of the lane being drawn: answers, lost probes, probes sent
+typeset -a bv bl bs   # per interval of the lane being drawn: answers, lost probes, probes sent
 typeset -a l_band l_line l_tick l_out dn
 svg=("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"$W\" height=\"$H\" viewBox=\"0 0 $W $H\" font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">")
 for f in 0 0.25 0.5 0.75 1; do
@@ -372,8 +372,6 @@ done
 x_of() { local -F v=$(( LX + ($1 - START) / span * PW )); (( v > LX + PW )) && v=$(( LX + PW )); (( v < LX )) && v=$LX; printf -v REPLY '%.1f' $v }
 # y_of MS: REPLY is the y coordinate of a latency in the current lane; values beyond the scale stay at its top.
 y_of() { local -F v=$1; (( v > scale )) && v=$scale; printf -v REPLY '%.1f' $(( y0 + LH - 2 - v / scale * (LH - 4) )) }
-# bucket_of TIME: b is the interval an instant falls in.
-bucket_of() { b=$(( int(($1 - START) / BW) + 1 )); (( b > NB )) && b=NB; (( b < 1 )) && b=1 }
 # Ends the band and the median line where an interval had no answer.
 flush_lane() {
     [[ -n $up ]] && l_band+=("<polygon class=\"band\" points=\"$up${(j: :)dn}\" fill=\"#1f5fbf\" fill-opacity=\".22\"/>")
@@ -400,10 +398,10 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
     run_t=-1; run_n=0; t=$START
     for l in ${(f)"$(<$WORK/s.$i)"} "end"; do
         if [[ $l == end ]]; then t=$(( t + INTERVAL )); v=end; else t=${l%% *}; v=${${l#* }%% *}; fi
+        (( b = int((t - START) / BW) + 1, b > NB ? (b = NB) : 0, b < 1 ? (b = 1) : 0 ))   # its interval
         if [[ $v == - ]]; then
             (( run_t < 0 )) && run_t=$t
-            (( run_n++ ))
-            bucket_of $t; (( bs[$b]++, bl[$b]++ ))
+            (( run_n++, bs[b]++, bl[b]++ ))
             continue
         fi
         if (( run_n >= 2 )); then
@@ -413,7 +411,7 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
         fi
         run_t=-1; run_n=0
         [[ $v == end ]] && break
-        bucket_of $t; (( bs[$b]++ )); bv[$b]+=" $v"
+        (( bs[b]++ )); bv[b]+=" $v"
     done
     up=""; dn=(); pts=""
     for (( b = 1; b <= NB; b++ )); do
