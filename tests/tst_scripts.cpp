@@ -947,19 +947,19 @@ void ScriptsTest::monitorVerdicts_data() {
                        QStringLiteral(
                            "<span class=\"b ok\">OK</span></td><td>Local router 127.0.0.4 (beside wg0)</td>")}
         << 0;
-    // Answers 10.12 12 11 30 10.9 15 13 14 ms: the least is 10.12 (a sort by digits would take 10.9), the
-    // median (12 + 13) / 2, the 95th percentile the 8th of 8 by nearest rank, the jitter (1.88 + 1 + 19
-    // + 19.1 + 4.1 + 2
-    // + 1) / 7. Two single losses are loss, not an outage.
+    // Answers 50.12 60 55 150 50.9 75 65 70 ms: the least is 50.12 (a sort by digits would take 50.9), the
+    // median (60 + 65) / 2, the 95th percentile the 8th of 8 by nearest rank, the jitter (9.88 + 5 + 95
+    // + 99.1 + 24.1 + 10 + 5) / 7, beyond what a session bears. Two single losses are loss, not an outage.
     QTest::newRow("known times from the gateway")
         << QStringList{QStringLiteral("ORVANTA_GATEWAY=127.0.0.5")}
-        << QVariantMap{{QStringLiteral("ping"), knownPings("10.12 12 - 11.0 30.0 10.9 15.0 13.0 - 14.0")}}
+        << QVariantMap{{QStringLiteral("ping"), knownPings("50.12 60 - 55.0 150.0 50.9 75.0 65.0 - 70.0")}}
         << true << 0
-        << QStringList{QStringLiteral("No outages; a few single probes were lost"),
-                       QStringLiteral("Nothing needs doing: a few lost probes are normal.")}
+        << QStringList{QStringLiteral("No outages, but the connection was unsteady: a jitter of 35.4 ms at "
+                                      "Gateway 127.0.0.5"),
+                       QStringLiteral("Sessions may stutter on this network")}
         << QStringList{QStringLiteral("<td>Gateway 127.0.0.5</td><td>ping 127.0.0.5</td><td>10</td><td>2</td>"
-                                      "<td>20.0%</td><td>10.1 ms</td><td>12.5 ms</td><td>30.0 ms</td>"
-                                      "<td>30.0 ms</td><td>6.9 ms</td>")}
+                                      "<td>20.0%</td><td>50.1 ms</td><td>62.5 ms</td><td>150.0 ms</td>"
+                                      "<td>150.0 ms</td><td>35.4 ms</td>")}
         << 2;
 }
 

@@ -41,7 +41,7 @@ TRAPTERM() { orv_subshell_stop 143; STOP=1; STOP_REASON="stopped by a terminatio
 TRAPINT() { orv_subshell_stop 130; STOP=1; STOP_REASON="stopped by an interrupt"; orv_kill_jobs; return 0 }
 
 # --- Targets: id → label, role, kind (dns, icmp, tcp), host, port.
-typeset -ga T_LABEL T_ROLE T_KIND T_HOST T_PORT T_STATE T_SINCE T_LOSTRUN T_P95
+typeset -ga T_LABEL T_ROLE T_KIND T_HOST T_PORT T_STATE T_SINCE T_LOSTRUN T_P95 T_JITTER
 typeset -ga NOTES
 add_target() {
     T_LABEL+=("$1"); T_ROLE+=("$2"); T_KIND+=("$3"); T_HOST+=("$4"); T_PORT+=("$5")
@@ -268,7 +268,8 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
     done
     (( o_lost )) && OUTAGES+=("$o_start $(( o_last + INTERVAL )) $i $o_lost")
     latency_stats $lats
-    T_P95[i]=$S_P95
+    T_P95[i]=$S_P95; T_JITTER[i]=$S_JITTER
+    (( ${#lats} < 8 )) && T_JITTER[i]=-   # too few answers to judge: one stalled probe would decide it
     fmt_ms $S_MIN; mn=$REPLY; fmt_ms $S_MEDIAN; md=$REPLY; fmt_ms $S_P95; p95=$REPLY; fmt_ms $S_MAX; mx=$REPLY
     fmt_ms $S_JITTER; jit=$REPLY
     loss="-"; (( sent )) && printf -v loss '%.1f%%' $(( 100.0 * lost / sent ))
@@ -444,6 +445,17 @@ orv_para note "Each lane has its own scale (top of the lane = the value at the r
 orv_raw ${(j::)svg}
 
 # --- Verdict, what to do next, and the report
+# Jitter beyond 30 ms makes a remote-desktop session stutter even without loss. The resolvers are left out: they
+# are not on the session's path, and a query's time includes starting the tool. Only targets with eight answers or
+# more are judged (16 s at the usual rhythm). The first target beyond the limit on the path, from the gateway
+# outwards, tells where the unsteadiness begins.
+typeset -F JITTER_LIMIT=30
+unsteady=""
+for role in gateway tunnel frontend relay; do
+    for (( i = 1; i <= ${#T_LABEL}; i++ )); do
+        [[ -z $unsteady && $T_ROLE[i] == $role && $T_JITTER[i] != - ]] && (( T_JITTER[i] > JITTER_LIMIT )) && unsteady=$i
+    done
+done
 if (( ${#CLUSTERS} )); then
     worst=""; typeset -F worst_t=-1
     for s in $SIDE_ORDER; do (( ${SIDE_TIME[$s]} > worst_t )) && { worst=$s; worst_t=$SIDE_TIME[$s] }; done
@@ -468,6 +480,14 @@ elif (( ! ${T_ROLE[(Ie)frontend]} )); then
     # Quiet targets say nothing about the service when the service itself was never probed.
     vclass=warn; vtitle="No outages among the targets probed, but the Orvanta front end could not be probed"
     next="Send this report to Orvanta support: the notes above say why the front end could not be probed."
+elif [[ -n $unsteady ]]; then
+    fmt_ms $T_JITTER[unsteady]
+    vclass=warn; vtitle="No outages, but the connection was unsteady: a jitter of $REPLY at $T_LABEL[unsteady]"
+    if [[ $T_ROLE[unsteady] == (gateway|tunnel) ]]; then
+        next="Sessions may stutter on this network: use a cable or move closer to the Wi-Fi access point, pause large downloads and video calls, and run the monitor again."
+    else
+        next="Sessions may stutter: the delay to the Orvanta service varied widely beyond your router. If it goes on, send this report to Orvanta support and tell your internet provider."
+    fi
 elif (( ANY_LOSS )); then
     vclass=warn; vtitle="No outages; a few single probes were lost"
     next="Nothing needs doing: a few lost probes are normal. If sessions stutter or drop, run the monitor while it happens and send that report to Orvanta support."
