@@ -497,6 +497,10 @@ else
 fi
 vlines=("Monitored from $(fmt_clock $START) to $(fmt_clock $STOPPED_AT) ($(fmt_dur $(( STOPPED_AT - START ))), $ROUND rounds every $(printf %g $INTERVAL)s); $STOP_REASON.")
 [[ -n $TUNNEL ]] && vlines+=("Traffic left through the VPN tunnel $TUNNEL (a default route with no gateway address).")
+if [[ -n $unsteady && $vtitle != *unsteady* ]]; then
+    fmt_ms $T_JITTER[unsteady]
+    vlines+=("WARN"$'\t'"Unsteady: a jitter of $REPLY at $T_LABEL[unsteady] (sessions stutter beyond 30 ms).")
+fi
 for c in $CLUSTERS; do
     parts=(${=c}); side_of $parts[3]
     vlines+=("$(fmt_clock $parts[1])–$(fmt_clock $parts[2]) ($(fmt_dur $(( parts[2] - parts[1] )))): $REPLY")
