@@ -2,7 +2,8 @@
 # Network Monitor: probes public DNS resolvers, the default gateway, the Orvanta front end and the active relay
 # every two seconds, prints state changes as they happen and a summary each minute, then writes an HTML report
 # with per-target loss, median, 95th percentile and jitter, outages clustered in time, a verdict on which side of
-# the path failed with what to do next, and a timeline of each target's spread. Stops at the end of its duration, or on SIGTERM/SIGINT, and still writes its report then.
+# the path failed with what to do next, and a timeline of each target's spread. Stops at the end of its duration,
+# or on SIGTERM/SIGINT, and still writes its report then.
 emulate -R zsh
 source ${0:A:h}/orvanta-common.zsh 2>/dev/null || {
     print -r -- "Cannot read orvanta-common.zsh beside this script (${0:A:h}): reinstall the toolkit."
@@ -389,7 +390,7 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
     orv_esc "$label"
     svg+=("<text x=\"4\" y=\"$(( y0 + LH / 2 + 4 ))\" fill=\"#1d2433\">$REPLY</text>")
     svg+=("<rect x=\"$LX\" y=\"$y0\" width=\"$PW\" height=\"$LH\" fill=\"#f7f9fc\" stroke=\"#e3e7ee\"/>")
-    scale=${T_P95[i]/-/1}
+    scale=${${T_P95[i]:--}/-/1}
     (( scale = scale * 1.25, scale < 1 ? (scale = 1) : 0 ))
     printf -v REPLY '%.0f ms' $scale
     svg+=("<text x=\"$(( W - 4 ))\" y=\"$(( y0 + 10 ))\" text-anchor=\"end\" fill=\"#667085\">$REPLY</text>")
