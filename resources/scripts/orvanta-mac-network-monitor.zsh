@@ -462,39 +462,39 @@ if (( ${#CLUSTERS} )); then
     for s in $SIDE_ORDER; do (( ${SIDE_TIME[$s]} > worst_t )) && { worst=$s; worst_t=$SIDE_TIME[$s] }; done
     vclass=fail; vtitle="${#CLUSTERS} outage(s) seen; most downtime points at $worst"
     case $worst in
-    "this computer's network"*) next="Check this Mac's Wi-Fi or Ethernet connection (signal, cable, or another network) and run the monitor again. If the link looks fine, send this report to whoever looks after your local network." ;;
-    *"stopped answering pings while traffic still passed"*) next="Your connection kept working: a device on the way only ignored pings for a while. Nothing needs doing unless sessions dropped at those times; then send this report to Orvanta support." ;;
-    "the VPN tunnel"*|"the network beyond the VPN tunnel"*) next="Reconnect the VPN and run the monitor again. If the outages come back, send this report to whoever runs your VPN." ;;
-    "the local gateway"*) next="Restart your router or Wi-Fi access point, or move closer to it, and run the monitor again. If the outages come back, send this report to whoever looks after your local network." ;;
-    "the internet beyond"*) next="Your internet connection dropped beyond your router: tell your internet provider the times listed above, and send this report to Orvanta support if sessions were affected." ;;
-    "the Orvanta service"*) next="Your network answered while the Orvanta service did not: send this report to Orvanta support, with the times of the outages." ;;
-    "public DNS resolvers only"*) next="Only the public DNS servers stopped answering, which some networks block. Nothing needs doing unless the client cannot connect; then send this report to your network administrator." ;;
-    *) next="Send this report to Orvanta support: the outages could not be placed on one side of the path." ;;
+    "this computer's network"*) cause=local next="Check this Mac's Wi-Fi or Ethernet connection (signal, cable, or another network) and run the monitor again. If the link looks fine, send this report to whoever looks after your local network." ;;
+    *"stopped answering pings while traffic still passed"*) cause=none next="Your connection kept working: a device on the way only ignored pings for a while. Nothing needs doing unless sessions dropped at those times; then send this report to Orvanta support." ;;
+    "the VPN tunnel"*|"the network beyond the VPN tunnel"*) cause=local next="Reconnect the VPN and run the monitor again. If the outages come back, send this report to whoever runs your VPN." ;;
+    "the local gateway"*) cause=local next="Restart your router or Wi-Fi access point, or move closer to it, and run the monitor again. If the outages come back, send this report to whoever looks after your local network." ;;
+    "the internet beyond"*) cause=provider next="Your internet connection dropped beyond your router: tell your internet provider the times listed above, and send this report to Orvanta support if sessions were affected." ;;
+    "the Orvanta service"*) cause=service next="Your network answered while the Orvanta service did not: send this report to Orvanta support, with the times of the outages." ;;
+    "public DNS resolvers only"*) cause=dns next="Only the public DNS servers stopped answering, which some networks block. Nothing needs doing unless the client cannot connect; then send this report to your network administrator." ;;
+    *) cause=service next="Send this report to Orvanta support: the outages could not be placed on one side of the path." ;;
     esac
 elif (( NO_GATEWAY )); then
     vclass=fail; vtitle="No default gateway: this computer was not connected to a network"
-    next="Connect this Mac to a network (Wi-Fi or Ethernet) and run the monitor again."
+    cause=local next="Connect this Mac to a network (Wi-Fi or Ethernet) and run the monitor again."
 elif (( ${#T_LABEL} == 0 )); then
     vclass=warn; vtitle="Nothing could be probed"
-    next="Send this report to Orvanta support: the notes above say why nothing could be probed on this Mac."
+    cause=none next="Send this report to Orvanta support: the notes above say why nothing could be probed on this Mac."
 elif (( ! ${T_ROLE[(Ie)frontend]} )); then
     # Quiet targets say nothing about the service when the service itself was never probed.
     vclass=warn; vtitle="No outages among the targets probed, but the Orvanta front end could not be probed"
-    next="Send this report to Orvanta support: the notes above say why the front end could not be probed."
+    cause=service next="Send this report to Orvanta support: the notes above say why the front end could not be probed."
 elif [[ -n $unsteady ]]; then
     fmt_ms $T_JITTER[unsteady]
     vclass=warn; vtitle="No outages, but the connection was unsteady: a jitter of $REPLY at $T_LABEL[unsteady]"
     if [[ $T_ROLE[unsteady] == (gateway|tunnel) ]]; then
-        next="Sessions may stutter on this network: use a cable or move closer to the Wi-Fi access point, pause large downloads and video calls, and run the monitor again."
+        cause=local next="Sessions may stutter on this network: use a cable or move closer to the Wi-Fi access point, pause large downloads and video calls, and run the monitor again."
     else
-        next="Sessions may stutter: the delay to the Orvanta service varied widely beyond your router. If it goes on, send this report to Orvanta support and tell your internet provider."
+        cause=provider next="Sessions may stutter: the delay to the Orvanta service varied widely beyond your router. If it goes on, send this report to Orvanta support and tell your internet provider."
     fi
 elif (( ANY_LOSS )); then
     vclass=warn; vtitle="No outages; a few single probes were lost"
-    next="Nothing needs doing: a few lost probes are normal. If sessions stutter or drop, run the monitor while it happens and send that report to Orvanta support."
+    cause=none next="Nothing needs doing: a few lost probes are normal. If sessions stutter or drop, run the monitor while it happens and send that report to Orvanta support."
 else
     vclass=ok; vtitle="No outages: every target answered every probe"
-    next="Your network and the Orvanta service answered throughout. If sessions still fail, run Connector Reachability and send both reports to Orvanta support."
+    cause=none next="Your network and the Orvanta service answered throughout. If sessions still fail, run Connector Reachability and send both reports to Orvanta support."
 fi
 vlines=("Monitored from $(fmt_clock $START) to $(fmt_clock $STOPPED_AT) ($(fmt_dur $(( STOPPED_AT - START ))), $ROUND rounds every $(printf %g $INTERVAL)s); $STOP_REASON.")
 [[ -n $TUNNEL ]] && vlines+=("Traffic left through the VPN tunnel $TUNNEL (a default route with no gateway address).")
@@ -506,11 +506,16 @@ for c in $CLUSTERS; do
     parts=(${=c}); side_of $parts[3]
     vlines+=("$(fmt_clock $parts[1])–$(fmt_clock $parts[2]) ($(fmt_dur $(( parts[2] - parts[1] )))): $REPLY")
 done
-orv_section "What to do next"
-orv_para "" "$next"
+# The report's closing words: the shared helper where the scripts have one, with this verdict's own sentence.
+if (( $+functions[orv_next_steps] )); then
+    orv_next_steps $cause "$next"
+else
+    orv_say "Next: $next"
+    orv_section "What to do next"
+    orv_para "" "$next"
+fi
 [[ -n $RELAY_RECORDED ]] && ORV_HEAD_EXTRA+=("<meta name=\"orvanta-relay\" content=\"$(orv_esc $RELAY_RECORDED; print -rn -- $REPLY)\" />")
 orv_step "Writing the report"
 orv_write_report OrvantaNetMonitor_ "Network Monitor" $vclass "$vtitle" $vlines || exit 1
 orv_say "   Done: $vtitle"
-orv_say "   Next: $next"
 orv_finish $REPLY $(( ${#CLUSTERS} || NO_GATEWAY ? 1 : 0 ))
