@@ -25,6 +25,8 @@ section "soak_runner (500 start/cancel cycles)"
 "$bin"/bench/soak_runner 500
 section "script_helpers.zsh (2,000 calls each)"
 bench/script_helpers.zsh 2000
+section "monitor_report.zsh (eight hours of samples)"
+bench/monitor_report.zsh 14400
 section "app_idle.sh (60 s, one session)"
 bench/app_idle.sh "$bin"/orvanta-mac-toolkit 60
 section "app_idle.sh (60 s, one session, Desktop with 10,000 files, window open)"

@@ -889,42 +889,88 @@ const QByteArray vpnIp =
     "*addr*) echo '7: wg0    inet 127.0.0.2 peer 127.0.0.3/32 scope global wg0' ;;\n"
     "esac\n";
 
+// A stand-in "ping" that answers 127.0.0.5 with known times, one a round ("-": lost), then stops the monitor
+// (the topmost zsh running it) so that exactly these rounds are counted; every other host answers in 1 ms.
+QByteArray knownPings(const QByteArray& times) {
+    return "#!/bin/sh\nfor a; do host=$a; done\n"
+           "if [ \"$host\" != 127.0.0.5 ]; then echo \"64 bytes from $host: time=1.00 ms\"; exit 0; fi\n"
+           "d=$(dirname \"$0\"); n=$(($(cat \"$d/n\" 2>/dev/null || echo 0) + 1)); echo $n > \"$d/n\"\n"
+           "set -- " +
+           times +
+           "\n"
+           "if [ $n -gt $# ]; then\n"
+           "  p=$PPID\n"
+           "  while q=$(ps -o ppid= -p $p | tr -d ' ') && ps -o args= -p $q | grep -q '^[^ ]*zsh .*monitor'; "
+           "do\n"
+           "    p=$q; done\n"
+           "  kill -TERM $p; exit 1\n"
+           "fi\n"
+           "shift $((n - 1))\n"
+           "[ \"$1\" = - ] && { printf 'PING %s\\n1 packets transmitted, 0 received\\n' $host; exit 1; }\n"
+           "echo \"64 bytes from $host: icmp_seq=1 ttl=64 time=$1 ms\"\n";
+}
+
 void ScriptsTest::monitorVerdicts_data() {
     QTest::addColumn<QStringList>("settings"); // NAME=VALUE to set, -NAME to remove; %1 is the closed port
-    QTest::addColumn<QByteArray>("ipTool");    // a stand-in for "ip", or nothing
+    QTest::addColumn<QVariantMap>("tools");    // stand-ins by name
+    QTest::addColumn<bool>("untilStopped"); // run --indefinite until a stand-in stops it, not for a duration
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QStringList>("expected"); // in the console and the report alike
     QTest::addColumn<QStringList>("inReport");
+    QTest::addColumn<int>("lossTicks"); // lost-probe marks in the timeline; -1: not checked
 
     QTest::newRow("every target answers")
-        << QStringList{} << QByteArray() << 0 << QStringList{QStringLiteral("No outages")}
+        << QStringList{} << QVariantMap{} << false << 0
+        << QStringList{QStringLiteral("No outages"), QStringLiteral("run Connector Reachability")}
         << QStringList{QStringLiteral("verdict ok"),
-                       QStringLiteral("No outages: every target answered every probe")};
+                       QStringLiteral("No outages: every target answered every probe")}
+        << 0;
     QTest::newRow("front end and relay down together")
         << QStringList{QStringLiteral("ORVANTA_FRONTEND=127.0.0.1:%1"),
                        QStringLiteral("ORVANTA_RELAY=127.0.0.1:%1")}
-        << QByteArray() << 1
+        << QVariantMap{} << false << 1
         << QStringList{QStringLiteral(
-               "1 outage(s) seen; most downtime points at the Orvanta service (front end "
-               "and relay)")}
+                           "1 outage(s) seen; most downtime points at the Orvanta service (front end "
+                           "and relay)"),
+                       QStringLiteral("the Orvanta service did not: send this report to Orvanta support")}
         << QStringList{QStringLiteral("verdict fail"),
-                       QStringLiteral("<td>Front end 127.0.0.1, Relay 127.0.0.1</td>")};
+                       QStringLiteral("<td>Front end 127.0.0.1, Relay 127.0.0.1</td>")}
+        << -1;
     QTest::newRow("full-tunnel VPN, no gateway address")
-        << QStringList{QStringLiteral("-ORVANTA_GATEWAY")} << vpnIp << 0
+        << QStringList{QStringLiteral("-ORVANTA_GATEWAY")} << QVariantMap{{QStringLiteral("ip"), vpnIp}}
+        << false << 0
         << QStringList{QStringLiteral("the default route goes through wg0 with no gateway address")}
-        << QStringList{
-               QStringLiteral("verdict ok"), QStringLiteral("<li>Traffic left through the VPN tunnel wg0"),
-               QStringLiteral("<span class=\"b ok\">OK</span></td><td>Tunnel peer 127.0.0.3 (wg0)</td>"),
-               QStringLiteral(
-                   "<span class=\"b ok\">OK</span></td><td>Local router 127.0.0.4 (beside wg0)</td>")};
+        << QStringList{QStringLiteral("verdict ok"),
+                       QStringLiteral("<li>Traffic left through the VPN tunnel wg0"),
+                       QStringLiteral(
+                           "<span class=\"b ok\">OK</span></td><td>Tunnel peer 127.0.0.3 (wg0)</td>"),
+                       QStringLiteral(
+                           "<span class=\"b ok\">OK</span></td><td>Local router 127.0.0.4 (beside wg0)</td>")}
+        << 0;
+    // Answers 50.12 60 55 150 50.9 75 65 70 ms: the least is 50.12 (a sort by digits would take 50.9), the
+    // median (60 + 65) / 2, the 95th percentile the 8th of 8 by nearest rank, the jitter (9.88 + 5 + 95
+    // + 99.1 + 24.1 + 10 + 5) / 7, beyond what a session bears. Two single losses are loss, not an outage.
+    QTest::newRow("known times from the gateway")
+        << QStringList{QStringLiteral("ORVANTA_GATEWAY=127.0.0.5")}
+        << QVariantMap{{QStringLiteral("ping"), knownPings("50.12 60 - 55.0 150.0 50.9 75.0 65.0 - 70.0")}}
+        << true << 0
+        << QStringList{QStringLiteral("No outages, but the connection was unsteady: a jitter of 35.4 ms at "
+                                      "Gateway 127.0.0.5"),
+                       QStringLiteral("Sessions may stutter on this network")}
+        << QStringList{QStringLiteral("<td>Gateway 127.0.0.5</td><td>ping 127.0.0.5</td><td>10</td><td>2</td>"
+                                      "<td>20.0%</td><td>50.1 ms</td><td>62.5 ms</td><td>150.0 ms</td>"
+                                      "<td>150.0 ms</td><td>35.4 ms</td>")}
+        << 2;
 }
 
 void ScriptsTest::monitorVerdicts() {
     QFETCH(QStringList, settings);
-    QFETCH(QByteArray, ipTool);
+    QFETCH(QVariantMap, tools);
+    QFETCH(bool, untilStopped);
     QFETCH(int, exitCode);
     QFETCH(QStringList, expected);
     QFETCH(QStringList, inReport);
+    QFETCH(int, lossTicks);
     DnsResponder dns;
     QTemporaryDir home;
     QTemporaryDir bin;
@@ -932,15 +978,16 @@ void ScriptsTest::monitorVerdicts() {
     env.insert(QStringLiteral("ORVANTA_DNS_RESOLVERS"), QStringLiteral("127.0.0.1#%1").arg(dns.port()));
     env.insert(QStringLiteral("ORVANTA_PROBE_INTERVAL"), QStringLiteral("0.25"));
     env.insert(QStringLiteral("ORVANTA_MINUTE_SECONDS"), QStringLiteral("0.5"));
-    if (!ipTool.isEmpty()) {
-        QVERIFY(writeTool(bin.path(), QStringLiteral("ip"), ipTool));
-        env.insert(QStringLiteral("PATH"), bin.path() + u':' + searchPath);
-    }
+    for (auto it = tools.cbegin(); it != tools.cend(); ++it)
+        QVERIFY(writeTool(bin.path(), it.key(), it.value().toByteArray()));
+    env.insert(QStringLiteral("PATH"), bin.path() + u':' + searchPath);
     applySettings(env, settings, closedPort_);
     const QString mark = markRun(env);
-    const Run r = run(QStringLiteral("orvanta-mac-network-monitor.zsh"), {"--duration", "2"}, env);
+    const Run r = run(QStringLiteral("orvanta-mac-network-monitor.zsh"),
+                      untilStopped ? QStringList{"--indefinite"} : QStringList{"--duration", "2"}, env);
     QVERIFY2(r.exitCode == exitCode, qPrintable(r.output));
-    QVERIFY(r.output.contains(QStringLiteral("the chosen duration ended")));
+    QVERIFY(r.output.contains(untilStopped ? QStringLiteral("stopped by a termination request")
+                                           : QStringLiteral("the chosen duration ended")));
     QVERIFY(r.output.contains(QStringLiteral("minute 1:")));
     QCOMPARE(strayConsoleLine(r.output, true), QString());
     QTRY_VERIFY2(survivors(mark).isEmpty(), qPrintable(survivors(mark).join(u' ')));
@@ -952,6 +999,11 @@ void ScriptsTest::monitorVerdicts() {
     }
     for (const QString& text : inReport)
         QVERIFY2(report.contains(text), qPrintable(text + u'\n' + report));
+    // The report ends with what to do next.
+    QCOMPARE(report.lastIndexOf(QStringLiteral("<h2>")),
+             report.indexOf(QStringLiteral("<h2>What to do next</h2>")));
+    if (lossTicks >= 0)
+        QCOMPARE(report.count(QStringLiteral("class=\"loss\"")), lossTicks);
 }
 
 void ScriptsTest::traceRouteReportsPathsAndEscapesNames() {

@@ -276,7 +276,7 @@ orv_tcp() {
     *refused*) REPLY="connection refused (nothing listens on port $2, or a firewall rejects it)"; return 1 ;;
     *(unreachable|no\ route)*) REPLY="unreachable (no route to $1)"; return 2 ;;
     esac
-    out=${${(f)out}[-1]}
+    out=${${(@f)out}[-1]}
     REPLY="connection failed${out:+: ${out##*: }}"
     return 2
 }
@@ -298,7 +298,7 @@ orv_ping() {
         REPLY=$match[1]
         return 0
     fi
-    REPLY=${${(f)out}[-1]}
+    REPLY=${${(@f)out}[-1]}
     return $(( rc ? rc : 1 ))
 }
 

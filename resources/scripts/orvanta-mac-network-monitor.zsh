@@ -1,8 +1,9 @@
 #!/bin/zsh
 # Network Monitor: probes public DNS resolvers, the default gateway, the Orvanta front end and the active relay
 # every two seconds, prints state changes as they happen and a summary each minute, then writes an HTML report
-# with per-target statistics, outages clustered in time, a verdict on which side of the path failed, and a
-# timeline. Stops at the end of its duration, or on SIGTERM/SIGINT, and still writes its report then.
+# with per-target loss, median, 95th percentile and jitter, outages clustered in time, a verdict on which side of
+# the path failed with what to do next, and a timeline of each target's spread. Stops at the end of its duration,
+# or on SIGTERM/SIGINT, and still writes its report then.
 emulate -R zsh
 source ${0:A:h}/orvanta-common.zsh 2>/dev/null || {
     print -r -- "Cannot read orvanta-common.zsh beside this script (${0:A:h}): reinstall the toolkit."
@@ -41,7 +42,7 @@ TRAPTERM() { orv_subshell_stop 143; STOP=1; STOP_REASON="stopped by a terminatio
 TRAPINT() { orv_subshell_stop 130; STOP=1; STOP_REASON="stopped by an interrupt"; orv_kill_jobs; return 0 }
 
 # --- Targets: id → label, role, kind (dns, icmp, tcp), host, port.
-typeset -ga T_LABEL T_ROLE T_KIND T_HOST T_PORT T_STATE T_SINCE T_LOSTRUN T_P95
+typeset -ga T_LABEL T_ROLE T_KIND T_HOST T_PORT T_STATE T_SINCE T_LOSTRUN T_P95 T_JITTER
 typeset -ga NOTES
 add_target() {
     T_LABEL+=("$1"); T_ROLE+=("$2"); T_KIND+=("$3"); T_HOST+=("$4"); T_PORT+=("$5")
@@ -143,13 +144,39 @@ probe() {
     fi
 }
 
+# --- Figures, shared by the minute summaries and the report.
+# fmt_ms VALUE: REPLY is a latency for people, "-" for none; two decimals under 1 ms (loopback, a wired LAN).
+fmt_ms() {
+    if [[ $1 == - ]]; then REPLY=-
+    elif (( $1 < 1 )); then printf -v REPLY '%.2f ms' $1
+    else printf -v REPLY '%.1f ms' $1
+    fi
+}
+# latency_stats VALUE... in the order measured: S_MIN, S_MEDIAN, S_P95, S_MAX and S_JITTER, "-" when there are
+# none. The median is the middle answer (the mean of the two middle ones for an even count), the 95th
+# percentile the nearest rank; the jitter is the mean absolute difference between consecutive answers, the
+# inter-arrival jitter of real-time media without its smoothing. Values are recorded with three decimals, so
+# that the numeric sort, which compares the digits after the point as a whole number, orders them right.
+latency_stats() {
+    S_MIN=- S_MEDIAN=- S_P95=- S_MAX=- S_JITTER=-
+    (( $# )) || return 1
+    local -a s=(${(on)@})
+    local -i n=$# k=$(( (95 * $# + 99) / 100 ))
+    local -F sum=0 prev=$1 v
+    S_MIN=$s[1]; S_MAX=$s[-1]; S_P95=$s[k]
+    if (( n % 2 )); then S_MEDIAN=$s[n/2+1]; else printf -v S_MEDIAN '%.3f' $(( (s[n/2] + s[n/2+1]) / 2.0 )); fi
+    (( n > 1 )) || return 0
+    for v; do (( sum += v > prev ? v - prev : prev - v, prev = v )); done
+    printf -v S_JITTER '%.3f' $(( sum / (n - 1) ))
+}
+
 # --- The probing loop
 typeset -F START=$EPOCHREALTIME
 typeset -F END_AT=0
 (( INDEFINITE )) || END_AT=$(( START + MINUTES * MINUTE ))
 typeset -F NEXT_MINUTE=$(( START + MINUTE ))
 typeset -i ROUND=0 MINUTE_NO=0
-typeset -ga M_SENT M_OK M_SUM
+typeset -ga M_SENT M_VALS   # per target, this minute: probes sent and the answers in order
 (( ${#T_LABEL} )) || note "nothing can be probed: every target is missing a tool or an address"
 orv_step "Probing ${#T_LABEL} target(s); stop with Cancel (SIGTERM) or Ctrl-C at any time"
 
@@ -161,20 +188,22 @@ while (( ! STOP )); do
         probe $i > $WORK/r.$i 2>/dev/null &
     done
     wait
-    (( STOP )) && break
+    (( STOP )) && { (( ROUND-- )); break }   # a round cut short is not counted
     typeset -i t_now=${round_start%.*}
     for (( i = 1; i <= ${#T_LABEL}; i++ )); do
         res=$(<$WORK/r.$i)
         [[ -n $res ]] || res="fail no result"
         (( M_SENT[i]++ ))
         if [[ $res == ok\ * ]]; then
-            ms=${res#ok }
+            printf -v ms '%.3f' ${res#ok }
             print -r -- "$round_start $ms" >> $WORK/s.$i
-            (( M_OK[i]++, M_SUM[i] += ms ))
+            M_VALS[i]+=" $ms"
             if [[ $T_STATE[i] == down ]]; then
-                orv_say "UP    $T_LABEL[i]: answering again ($ms ms) after $(( t_now - T_SINCE[i] )) s, $T_LOSTRUN[i] probe(s) lost"
+                fmt_ms $ms
+                orv_say "UP    $T_LABEL[i]: answering again ($REPLY) after $(( t_now - T_SINCE[i] )) s, $T_LOSTRUN[i] probe(s) lost"
             elif [[ $T_STATE[i] == new ]]; then
-                orv_say "UP    $T_LABEL[i]: $ms ms"
+                fmt_ms $ms
+                orv_say "UP    $T_LABEL[i]: $REPLY"
             fi
             T_STATE[i]=up; T_LOSTRUN[i]=0
         else
@@ -191,9 +220,10 @@ while (( ! STOP )); do
         (( MINUTE_NO++ ))
         line=""
         for (( i = 1; i <= ${#T_LABEL}; i++ )); do
-            avg="-"; (( M_OK[i] )) && avg="$(printf '%.1f' $(( M_SUM[i] / M_OK[i] ))) ms"
-            line+="${line:+ | }$T_LABEL[i] ${M_OK[i]:-0}/${M_SENT[i]:-0} ok, avg $avg"
-            M_SENT[i]=0; M_OK[i]=0; M_SUM[i]=0
+            latency_stats ${=M_VALS[i]}
+            fmt_ms $S_MEDIAN; md=$REPLY; fmt_ms $S_JITTER
+            line+="${line:+ | }$T_LABEL[i] $(( ${#${=M_VALS[i]}} ))/${M_SENT[i]:-0} ok, median $md, jitter $REPLY"
+            M_SENT[i]=0; M_VALS[i]=""
         done
         orv_say "minute $MINUTE_NO: ${line:-no targets}"
         NEXT_MINUTE=$(( NEXT_MINUTE + MINUTE ))
@@ -201,7 +231,8 @@ while (( ! STOP )); do
     fi
     typeset -F rest=$(( round_start + INTERVAL - EPOCHREALTIME ))
     if (( rest > 0 && ! STOP )); then
-        orv_sleep $rest &
+        # A hundredth more, as the sleep counts whole hundredths: a round never starts early.
+        orv_sleep $(( rest + 0.01 )) &
         wait
     fi
 done
@@ -209,21 +240,15 @@ done
 orv_kill_jobs
 typeset -F STOPPED_AT=$EPOCHREALTIME
 orv_say "Probing ended ($STOP_REASON) after $ROUND round(s)"
-
 # --- Analysis
 orv_step "Analysing ${ROUND} round(s)"
 typeset -ga OUTAGES   # "start end target lost", times as epoch seconds with fractions
-typeset -gA ROLE_OF_OUT
 fmt_clock() { strftime %H:%M:%S ${1%.*} }
 fmt_dur() { local s=$(( int($1 + 0.5) )); if (( s >= 3600 )); then print -rn -- "$((s/3600)) h $((s%3600/60)) min"; elif (( s >= 60 )); then print -rn -- "$((s/60)) min $((s%60)) s"; else print -rn -- "$s s"; fi }
-percentile() { # percentile P VALUES... (sorted ascending): nearest rank
-    local p=$1; shift
-    (( $# )) || { REPLY="-"; return }
-    local -i k=$(( int(ceil(p / 100.0 * $#)) )); (( k < 1 )) && k=1
-    REPLY=${@[k]}
-}
 orv_section "Targets"
-orv_table "" "Target" "Probe" "Sent" "Lost" "Loss" "Min" "Median" "95th" "Max"
+# The figures keep their unit beside them in a narrow window; the names and probes wrap instead.
+ORV_HEAD_EXTRA+=("<style>main>table:first-of-type :is(td,th){padding:5px 6px}main>table:first-of-type td:nth-child(n+4){white-space:nowrap}</style>")
+orv_table "" "Target" "Probe" "Sent" "Lost" "Loss" "Min" "Median" "95th" "Max" "Jitter"
 typeset -gi ANY_LOSS=0
 for (( i = 1; i <= ${#T_LABEL}; i++ )); do
     local_lines=(${(f)"$(<$WORK/s.$i)"})
@@ -243,16 +268,19 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
         fi
     done
     (( o_lost )) && OUTAGES+=("$o_start $(( o_last + INTERVAL )) $i $o_lost")
-    lats=(${(on)lats})
-    percentile 0 $lats; mn=$REPLY; percentile 50 $lats; md=$REPLY; percentile 95 $lats; p95=$REPLY; percentile 100 $lats; mx=$REPLY
-    T_P95[i]=$p95
-    loss="-"; (( sent )) && loss="$(printf '%.1f' $(( 100.0 * lost / sent )))%"
+    latency_stats $lats
+    T_P95[i]=$S_P95; T_JITTER[i]=$S_JITTER
+    (( ${#lats} < 8 )) && T_JITTER[i]=-   # too few answers to judge: one stalled probe would decide it
+    fmt_ms $S_MIN; mn=$REPLY; fmt_ms $S_MEDIAN; md=$REPLY; fmt_ms $S_P95; p95=$REPLY; fmt_ms $S_MAX; mx=$REPLY
+    fmt_ms $S_JITTER; jit=$REPLY
+    loss="-"; (( sent )) && printf -v loss '%.1f%%' $(( 100.0 * lost / sent ))
     st=OK; (( lost )) && { st=WARN; ANY_LOSS=1 }; (( sent && lost == sent )) && st=FAIL; (( sent )) || st=SKIP
-    u() { [[ $1 == - ]] && print -rn -- - || print -rn -- "$1 ms" }
-    orv_row $st "$T_LABEL[i]" "${T_KIND[i]/icmp/ping} ${T_HOST[i]}${T_PORT[i]:+:$T_PORT[i]}" $sent $lost $loss "$(u $mn)" "$(u $md)" "$(u $p95)" "$(u $mx)"
+    orv_row $st "$T_LABEL[i]" "${T_KIND[i]/icmp/ping} ${T_HOST[i]}${T_PORT[i]:+:$T_PORT[i]}" $sent $lost $loss $mn $md $p95 $mx $jit
+    orv_say "   ${(r:4:)st}  $T_LABEL[i]: $sent sent, $lost lost ($loss), median $md, 95th $p95, jitter $jit"
 done
-(( ${#T_LABEL} )) || orv_row SKIP "no targets" "" "" "" "" "" "" "" ""
+(( ${#T_LABEL} )) || orv_row SKIP "no targets" "" "" "" "" "" "" "" "" ""
 orv_table_end
+orv_para note "Median and 95th percentile of the answers; jitter: the mean difference between consecutive answers, as real-time media measures it (a remote-desktop session stutters when it is high)."
 for n in $NOTES; do orv_para note "Note: $n"; done
 
 # Outages: a run of consecutive lost probes of one target; runs of a single probe count as loss, not outage.
@@ -319,14 +347,22 @@ else
     orv_para "" "No outages: no target lost two or more probes in a row."
 fi
 
-# --- Timeline: one lane per target, latency as a line on the lane's own scale, outages as red bands.
+
+# --- Timeline: one lane per target, on the lane's own scale. The answers are gathered per interval, at most 240
+# intervals across the run (two minutes each over eight hours), so that a long run stays as readable as a short
+# one: a band from the lowest to the highest answer of each interval, the interval's median as a line, lost
+# probes as ticks at the foot of the lane (taller for a larger share), and outages as solid bands.
 typeset -F span=$(( STOPPED_AT - START )); (( span < INTERVAL )) && span=$INTERVAL
+# Intervals are never shorter than the probe rhythm, so that each holds at least one round.
+integer NB=$(( int(ceil(span / INTERVAL)) )); (( NB > 240 )) && NB=240; (( NB < 1 )) && NB=1
+typeset -F BW=$(( span / NB ))
 # The lane's scale is written in the right margin, inside the picture, so no width can cut it off.
 integer W=960 LX=190 PW=700 LH=44 GAP=12 TOP=24
 integer H=$(( TOP + ${#T_LABEL} * (LH + GAP) + 24 ))
-typeset -i NB=$(( PW / 2 )) b pb
-typeset -F x run_t=-1 t
-typeset bx
+typeset -i b run_n
+typeset -F x run_t=-1 t scale
+typeset -a bv bl bs   # per interval of the lane being drawn: answers, lost probes, probes sent
+typeset -a l_band l_line l_tick l_out dn
 svg=("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"$W\" height=\"$H\" viewBox=\"0 0 $W $H\" font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">")
 for f in 0 0.25 0.5 0.75 1; do
     x=$(( LX + int(f * PW) ))
@@ -336,77 +372,148 @@ for f in 0 0.25 0.5 0.75 1; do
 done
 # x_of TIME: REPLY is the x coordinate of an instant, kept inside the plot.
 x_of() { local -F v=$(( LX + ($1 - START) / span * PW )); (( v > LX + PW )) && v=$(( LX + PW )); (( v < LX )) && v=$LX; printf -v REPLY '%.1f' $v }
-# add_point: appends the point of bucket pb at latency bmax to the line (printf -v: no subshell per point).
-add_point() { local pt; printf -v pt '%.1f,%.1f ' $(( LX + (pb - 0.5) * PW / NB )) $(( y0 + LH - 2 - bmax / scale * (LH - 4) )); pts+=$pt }
+# y_of MS: REPLY is the y coordinate of a latency in the current lane; values beyond the scale stay at its top.
+y_of() { local -F v=$1; (( v > scale )) && v=$scale; printf -v REPLY '%.1f' $(( y0 + LH - 2 - v / scale * (LH - 4) )) }
+# Ends the band and the median line where an interval had no answer.
+flush_lane() {
+    [[ -n $up ]] && l_band+=("<polygon class=\"band\" points=\"$up${(j: :)dn}\" fill=\"#1f5fbf\" fill-opacity=\".22\"/>")
+    if (( ${#${=pts}} > 1 )); then
+        l_line+=("<polyline class=\"median\" points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
+    elif [[ -n $pts ]]; then
+        l_line+=("<circle class=\"median\" cx=\"${pts%%,*}\" cy=\"${${pts#*,}%% *}\" r=\"1.5\" fill=\"#1f5fbf\"/>")
+    fi
+    up=""; dn=(); pts=""
+}
 for (( i = 1; i <= ${#T_LABEL}; i++ )); do
     y0=$(( TOP + (i - 1) * (LH + GAP) ))
     label=$T_LABEL[i]; (( ${#label} > 30 )) && label="${label[1,29]}…"
     orv_esc "$label"
     svg+=("<text x=\"4\" y=\"$(( y0 + LH / 2 + 4 ))\" fill=\"#1d2433\">$REPLY</text>")
     svg+=("<rect x=\"$LX\" y=\"$y0\" width=\"$PW\" height=\"$LH\" fill=\"#f7f9fc\" stroke=\"#e3e7ee\"/>")
-    scale=${T_P95[i]:--}; [[ $scale == - ]] && scale=1
+    scale=${${T_P95[i]:--}/-/1}
     (( scale = scale * 1.25, scale < 1 ? (scale = 1) : 0 ))
-    svg+=("<text x=\"$(( W - 4 ))\" y=\"$(( y0 + 10 ))\" text-anchor=\"end\" fill=\"#667085\">$(printf '%.0f' $scale) ms</text>")
-    # One pass in time order. A run of lost probes is one band, from its first probe to the next probe that
-    # answered (or one interval past its last), however long the probes took; the latency line, the highest
-    # value per two-pixel bucket, breaks only there.
-    pts=""; run_t=-1; pb=0; bmax=""
+    printf -v REPLY '%.0f ms' $scale
+    svg+=("<text x=\"$(( W - 4 ))\" y=\"$(( y0 + 10 ))\" text-anchor=\"end\" fill=\"#667085\">$REPLY</text>")
+    # One pass in time order. A run of two or more lost probes is an outage: one band from its first probe to
+    # the next probe that answered (or one interval past its last), however long the probes took.
+    bv=(); bl=(); bs=(); l_band=(); l_line=(); l_tick=(); l_out=()
+    run_t=-1; run_n=0; t=$START
     for l in ${(f)"$(<$WORK/s.$i)"} "end"; do
         if [[ $l == end ]]; then t=$(( t + INTERVAL )); v=end; else t=${l%% *}; v=${${l#* }%% *}; fi
+        (( b = int((t - START) / BW) + 1, b > NB ? (b = NB) : 0, b < 1 ? (b = 1) : 0 ))   # its interval
         if [[ $v == - ]]; then
             (( run_t < 0 )) && run_t=$t
+            (( run_n++, bs[b]++, bl[b]++ ))
             continue
         fi
-        if (( run_t >= 0 )); then
+        if (( run_n >= 2 )); then
             x_of $run_t; bx=$REPLY; x_of $t
             printf -v REPLY '%.1f' $(( REPLY - bx > 1 ? REPLY - bx : 1 ))
-            svg+=("<rect x=\"$bx\" y=\"$y0\" width=\"$REPLY\" height=\"$LH\" fill=\"#c62828\"/>")
-            # The line's last point before the band is drawn before it ends.
-            (( pb )) && { add_point; pb=0 }
-            [[ -n $pts ]] && svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
-            pts=""; run_t=-1
+            l_out+=("<rect class=\"outage\" x=\"$bx\" y=\"$y0\" width=\"$REPLY\" height=\"$LH\" fill=\"#c62828\"/>")
         fi
+        run_t=-1; run_n=0
         [[ $v == end ]] && break
-        b=$(( int((t - START) / span * NB) + 1 )); (( b > NB )) && b=NB
-        (( v > scale )) && v=$scale
-        if (( b != pb )); then
-            (( pb )) && add_point
-            pb=$b; bmax=$v
-        elif (( v > bmax )); then
-            bmax=$v
+        (( bs[b]++ )); bv[b]+=" $v"
+    done
+    up=""; dn=(); pts=""
+    for (( b = 1; b <= NB; b++ )); do
+        (( ${bs[$b]:-0} )) || continue
+        printf -v xl '%.1f' $(( LX + (b - 1.0) * PW / NB ))
+        printf -v xr '%.1f' $(( LX + b * 1.0 * PW / NB ))
+        if [[ -n ${bv[$b]} ]]; then
+            latency_stats ${=bv[$b]}
+            y_of $S_MAX; yt=$REPLY; y_of $S_MIN; yb=$REPLY
+            # A band at least a pixel high, so that a steady interval still shows.
+            (( yb - yt < 1 )) && { printf -v yt '%.1f' $(( yt - 0.5 )); printf -v yb '%.1f' $(( yb + 0.5 )) }
+            up+="$xl,$yt $xr,$yt "; dn=("$xr,$yb $xl,$yb" $dn)
+            y_of $S_MEDIAN; printf -v REPLY '%.1f,%s ' $(( (xl + xr) / 2 )) $REPLY; pts+=$REPLY
+        else
+            flush_lane
+        fi
+        if (( ${bl[$b]:-0} )); then
+            typeset -F th=$(( 2 + bl[$b] * 1.0 / bs[$b] * (LH / 2 - 2) ))   # at most half the lane: unlike an outage
+            printf -v REPLY 'x="%s" y="%.1f" width="%.1f" height="%.1f"' $xl $(( y0 + LH - th )) $(( xr - xl )) $th
+            l_tick+=("<rect class=\"loss\" $REPLY fill=\"#e8833a\"/>")
         fi
     done
-    (( pb )) && add_point
-    [[ -n $pts ]] && svg+=("<polyline points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
+    flush_lane
+    svg+=($l_band $l_line $l_tick $l_out)
 done
 svg+=("</svg>")
 orv_section "Timeline"
-orv_para note "Blue: latency on each target's own scale (top of the lane = the value at the right). Red: lost probes, one band for each run of them."
+if (( BW >= 60 )); then interval_text=$(fmt_dur $BW); else printf -v interval_text '%.3g s' $BW; fi
+orv_para note "Each lane has its own scale (top of the lane = the value at the right), in intervals of $interval_text. Light blue: lowest to highest answer in each interval; blue line: the interval's median; orange ticks: lost probes, taller for a larger share; red: outages (two or more probes lost in a row)."
 orv_raw ${(j::)svg}
 
-# --- Verdict and report
+# --- Verdict, what to do next, and the report
+# Jitter beyond 30 ms makes a remote-desktop session stutter even without loss. The resolvers are left out: they
+# are not on the session's path, and a query's time includes starting the tool. Only targets with eight answers or
+# more are judged (16 s at the usual rhythm). The first target beyond the limit on the path, from the gateway
+# outwards, tells where the unsteadiness begins.
+typeset -F JITTER_LIMIT=30
+unsteady=""
+for role in gateway tunnel frontend relay; do
+    for (( i = 1; i <= ${#T_LABEL}; i++ )); do
+        [[ -z $unsteady && $T_ROLE[i] == $role && $T_JITTER[i] != - ]] && (( T_JITTER[i] > JITTER_LIMIT )) && unsteady=$i
+    done
+done
 if (( ${#CLUSTERS} )); then
     worst=""; typeset -F worst_t=-1
     for s in $SIDE_ORDER; do (( ${SIDE_TIME[$s]} > worst_t )) && { worst=$s; worst_t=$SIDE_TIME[$s] }; done
     vclass=fail; vtitle="${#CLUSTERS} outage(s) seen; most downtime points at $worst"
+    case $worst in
+    "this computer's network"*) cause=local next="Check this Mac's Wi-Fi or Ethernet connection (signal, cable, or another network) and run the monitor again. If the link looks fine, send this report to whoever looks after your local network." ;;
+    *"stopped answering pings while traffic still passed"*) cause=none next="Your connection kept working: a device on the way only ignored pings for a while. Nothing needs doing unless sessions dropped at those times; then send this report to Orvanta support." ;;
+    "the VPN tunnel"*|"the network beyond the VPN tunnel"*) cause=local next="Reconnect the VPN and run the monitor again. If the outages come back, send this report to whoever runs your VPN." ;;
+    "the local gateway"*) cause=local next="Restart your router or Wi-Fi access point, or move closer to it, and run the monitor again. If the outages come back, send this report to whoever looks after your local network." ;;
+    "the internet beyond"*) cause=provider next="Your internet connection dropped beyond your router: tell your internet provider the times listed above, and send this report to Orvanta support if sessions were affected." ;;
+    "the Orvanta service"*) cause=service next="Your network answered while the Orvanta service did not: send this report to Orvanta support, with the times of the outages." ;;
+    "public DNS resolvers only"*) cause=dns next="Only the public DNS servers stopped answering, which some networks block. Nothing needs doing unless the client cannot connect; then send this report to your network administrator." ;;
+    *) cause=service next="Send this report to Orvanta support: the outages could not be placed on one side of the path." ;;
+    esac
 elif (( NO_GATEWAY )); then
     vclass=fail; vtitle="No default gateway: this computer was not connected to a network"
+    cause=local next="Connect this Mac to a network (Wi-Fi or Ethernet) and run the monitor again."
 elif (( ${#T_LABEL} == 0 )); then
     vclass=warn; vtitle="Nothing could be probed"
+    cause=none next="Send this report to Orvanta support: the notes above say why nothing could be probed on this Mac."
 elif (( ! ${T_ROLE[(Ie)frontend]} )); then
     # Quiet targets say nothing about the service when the service itself was never probed.
     vclass=warn; vtitle="No outages among the targets probed, but the Orvanta front end could not be probed"
+    cause=service next="Send this report to Orvanta support: the notes above say why the front end could not be probed."
+elif [[ -n $unsteady ]]; then
+    fmt_ms $T_JITTER[unsteady]
+    vclass=warn; vtitle="No outages, but the connection was unsteady: a jitter of $REPLY at $T_LABEL[unsteady]"
+    if [[ $T_ROLE[unsteady] == (gateway|tunnel) ]]; then
+        cause=local next="Sessions may stutter on this network: use a cable or move closer to the Wi-Fi access point, pause large downloads and video calls, and run the monitor again."
+    else
+        cause=provider next="Sessions may stutter: the delay to the Orvanta service varied widely beyond your router. If it goes on, send this report to Orvanta support and tell your internet provider."
+    fi
 elif (( ANY_LOSS )); then
     vclass=warn; vtitle="No outages; a few single probes were lost"
+    cause=none next="Nothing needs doing: a few lost probes are normal. If sessions stutter or drop, run the monitor while it happens and send that report to Orvanta support."
 else
     vclass=ok; vtitle="No outages: every target answered every probe"
+    cause=none next="Your network and the Orvanta service answered throughout. If sessions still fail, run Connector Reachability and send both reports to Orvanta support."
 fi
 vlines=("Monitored from $(fmt_clock $START) to $(fmt_clock $STOPPED_AT) ($(fmt_dur $(( STOPPED_AT - START ))), $ROUND rounds every $(printf %g $INTERVAL)s); $STOP_REASON.")
 [[ -n $TUNNEL ]] && vlines+=("Traffic left through the VPN tunnel $TUNNEL (a default route with no gateway address).")
+if [[ -n $unsteady && $vtitle != *unsteady* ]]; then
+    fmt_ms $T_JITTER[unsteady]
+    vlines+=("WARN"$'\t'"Unsteady: a jitter of $REPLY at $T_LABEL[unsteady] (sessions stutter beyond 30 ms).")
+fi
 for c in $CLUSTERS; do
     parts=(${=c}); side_of $parts[3]
     vlines+=("$(fmt_clock $parts[1])–$(fmt_clock $parts[2]) ($(fmt_dur $(( parts[2] - parts[1] )))): $REPLY")
 done
+# The report's closing words: the shared helper where the scripts have one, with this verdict's own sentence.
+if (( $+functions[orv_next_steps] )); then
+    orv_next_steps $cause "$next"
+else
+    orv_say "Next: $next"
+    orv_section "What to do next"
+    orv_para "" "$next"
+fi
 [[ -n $RELAY_RECORDED ]] && ORV_HEAD_EXTRA+=("<meta name=\"orvanta-relay\" content=\"$(orv_esc $RELAY_RECORDED; print -rn -- $REPLY)\" />")
 orv_step "Writing the report"
 orv_write_report OrvantaNetMonitor_ "Network Monitor" $vclass "$vtitle" $vlines || exit 1
