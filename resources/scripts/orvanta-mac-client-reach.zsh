@@ -278,12 +278,13 @@ tls_versions() {
         else no+=("TLS $v"); fi
     done
     local t="accepts ${(j:, :)yes:-none}${no:+; refuses ${(j:, :)no}}${untested:+; not tested (${SSL_VERSION%% *} cannot offer it, or no answer): ${(j:, :)untested}}"
+    local -a old=(${(M)yes:#TLS 1.[01]})
     if [[ -z ${(M)yes:#TLS 1.[23]} ]]; then
         orv_result FAIL "$role $host: accepts neither TLS 1.2 nor TLS 1.3 ($t)"
         orv_row FAIL "TLS versions" "$t: clients need TLS 1.2 or later"
         note_cause fail service
-    elif [[ -n ${(M)yes:#TLS 1.[01]} ]]; then
-        orv_result WARN "$role $host: still accepts ${(j: and :)${(M)yes:#TLS 1.[01]}}, retired versions ($t)"
+    elif (( ${#old} )); then
+        orv_result WARN "$role $host: still accepts ${(j: and :)old}, retired versions ($t)"
         orv_row WARN "TLS versions" "$t: TLS 1.0 and 1.1 are retired and should be turned off"
         note_cause warn legacy
     else
@@ -419,7 +420,8 @@ check_endpoint() {
             orv_result FAIL "$role $host: not reachable through the proxy either ($proxy_fail)"
             note_cause fail proxy
         fi
-        [[ $role == Relay ]] || (( UNREACHED++ ))
+        # Nothing reached at all counts against the local side; a handshake that stalls proves the network works.
+        [[ $role == Relay || $dcause == handshake ]] || (( UNREACHED++ ))
         note_cause fail ${dcause:-tcp}
     fi
     (( tls_done )) || { orv_table_end; return }
