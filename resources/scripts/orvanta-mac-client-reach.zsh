@@ -454,12 +454,16 @@ judge_certificate() {
     awk '/-----BEGIN CERTIFICATE-----/{on=1} on{print} /-----END CERTIFICATE-----/{on=0}' <<<"$out" > $pem
     awk -v dir=$WORK 'BEGIN{n=0} /-----BEGIN CERTIFICATE-----/{n++; f=dir "/c" n ".pem"} n{print > f} /-----END CERTIFICATE-----/{close(f)}' $pem
     cp $WORK/c1.pem $leaf 2>/dev/null || : > $leaf
-    local text subject issuer not_after not_before san
+    local text subject issuer not_after not_before san l
     text=$(openssl x509 -in $leaf -noout -text 2>/dev/null)
-    subject=$(openssl x509 -in $leaf -noout -subject -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null); subject=${subject#subject=}
-    issuer=$(openssl x509 -in $leaf -noout -issuer -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null); issuer=${issuer#issuer=}
-    not_after=$(openssl x509 -in $leaf -noout -enddate 2>/dev/null); not_after=${not_after#notAfter=}
-    not_before=$(openssl x509 -in $leaf -noout -startdate 2>/dev/null); not_before=${not_before#notBefore=}
+    for l in ${(f)"$(openssl x509 -in $leaf -noout -subject -issuer -startdate -enddate -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null)"}; do
+        case $l in
+        subject=*) subject=${l#subject=} ;;
+        issuer=*) issuer=${l#issuer=} ;;
+        notBefore=*) not_before=${l#notBefore=} ;;
+        notAfter=*) not_after=${l#notAfter=} ;;
+        esac
+    done
     if [[ -z $text ]]; then
         orv_result FAIL "$role $host: the server sent no readable certificate"
         orv_row FAIL "Certificate" "none readable"
@@ -551,12 +555,13 @@ judge_certificate() {
     # Signatures: every certificate but a self-signed root, whose own signature nobody checks.
     local sig weak="" sigs="" subj iss
     for f in $WORK/c<->.pem(Nn); do
-        subj=$(openssl x509 -in $f -noout -subject 2>/dev/null); iss=$(openssl x509 -in $f -noout -issuer 2>/dev/null)
-        [[ $f != $WORK/c1.pem && ${subj#subject=} == ${iss#issuer=} ]] && continue
-        cert_field "$(openssl x509 -in $f -noout -text 2>/dev/null)" "Signature Algorithm:"; sig=$REPLY
+        l=$(openssl x509 -in $f -noout -subject -issuer -text 2>/dev/null)
+        subj=${${(M)${(f)l}:#subject=*}#subject=}; iss=${${(M)${(f)l}:#issuer=*}#issuer=}
+        [[ $f != $WORK/c1.pem && $subj == $iss ]] && continue
+        cert_field "$l" "Signature Algorithm:"; sig=$REPLY
         [[ -n $sig ]] || continue
         [[ $sigs == *$sig* ]] || sigs+="${sigs:+, }$sig"
-        [[ $sig == (#i)*(sha1|md5|md2)* ]] && weak+="${weak:+; }$sig in ${${subj#subject=}## #}"
+        [[ $sig == (#i)*(sha1|md5|md2)* ]] && weak+="${weak:+; }$sig in ${subj## #}"
     done
     if [[ -n $weak ]]; then
         orv_result FAIL "$role $host: a certificate of the chain is signed with a broken hash ($weak)"
