@@ -31,7 +31,7 @@ if orv_have openssl "TLS handshakes and certificates cannot be checked"; then
     SSL_VERSION=$(openssl version 2>/dev/null)
     orv_say "   INFO  TLS library: $SSL_VERSION"
 fi
-orv_have curl "the TLS handshake time is taken from openssl's wall time instead" >/dev/null
+orv_have curl "connections are not timed phase by phase (DNS, connect, TLS, first byte), and the front end's HTTP answer is not checked"
 
 # --- Proxies: read before the endpoints, which are then checked directly and through each proxy as well.
 # PROXY_VIA holds how curl reaches a proxy ("env" for the environment's variables, which curl reads itself, so
@@ -195,13 +195,13 @@ note_cause() { if [[ $1 == fail ]]; then CAUSE_FAIL[$2]=1; else CAUSE_WARN[$2]=1
 # http_timing HOST PORT ROLE: one HTTPS request made as a client makes it (the system resolver, each address in
 # turn, no proxy), timed by curl's own clock. TIMING holds DNS, connect, TLS, first byte (each phase alone) and
 # total, in ms; HTTP_CODE the status (000 for none); HTTP_IP the address used. Each timed endpoint adds a row to
-# TIMING_ROWS for the report's overview. Status 1, with REPLY the reason, when no TLS session was made.
+# TIMING_ROWS for the report's overview. Status 1, with TIMING_WHY the reason, when no TLS session was made.
 typeset -ga TIMING TIMING_ROWS
-typeset -g HTTP_CODE HTTP_IP
+typeset -g HTTP_CODE HTTP_IP TIMING_WHY
 http_timing() {
     local host=$1 port=$2 role=$3 url out
-    TIMING=() HTTP_CODE=000 HTTP_IP=""
-    orv_have curl "connections cannot be timed phase by phase (DNS, connect, TLS, first byte)" || { REPLY="curl is missing"; return 1 }
+    TIMING=() HTTP_CODE=000 HTTP_IP="" TIMING_WHY=""
+    orv_have curl "connections cannot be timed phase by phase (DNS, connect, TLS, first byte)" || { TIMING_WHY="curl is missing"; return 1 }
     if orv_is_ipv6 $host; then url="https://[$host]:$port/"; else url="https://$host:$port/"; fi
     out=$(orv_limit $(( ORV_TIMEOUT + 1 )) curl -s -k --noproxy '*' -o /dev/null --max-time $ORV_TIMEOUT \
         -w '%{time_namelookup}|%{time_connect}|%{time_appconnect}|%{time_starttransfer}|%{time_total}|%{http_code}|%{remote_ip}|%{errormsg}' \
@@ -209,9 +209,9 @@ http_timing() {
     local -a w=("${(@s:|:)out}")
     HTTP_CODE=${w[6]:-000} HTTP_IP=$w[7]
     local v
-    for v in $w[1,5]; do [[ $v == [0-9.]## ]] || { REPLY="no timing from curl"; return 1 } done
+    for v in $w[1,5]; do [[ $v == [0-9.]## ]] || { TIMING_WHY="curl gave no times (no answer within ${ORV_TIMEOUT}s?)"; return 1 } done
     if (( w[3] <= 0 )); then
-        orv_mask_words "${(j:|:)w[8,-1]}"; REPLY=${REPLY:-no TLS session within ${ORV_TIMEOUT}s}; return 1
+        orv_mask_words "${(j:|:)w[8,-1]}"; TIMING_WHY=${REPLY:-no TLS session within ${ORV_TIMEOUT}s}; return 1
     fi
     # curl's times run from the start; each phase is the difference to the one before.
     local -F nl=$w[1] c=$w[2] a=$w[3] st=$w[4] tot=$w[5]
@@ -228,7 +228,7 @@ http_timing() {
 # (a server error there stops every sign-in); other endpoints need not answer a plain request.
 http_rows() {
     local role=$1 host=$2 t
-    (( ${#TIMING} )) || { orv_row INFO "Timing" "not measured: $REPLY"; return }
+    (( ${#TIMING} )) || { orv_row INFO "Timing" "not measured: $TIMING_WHY"; return }
     local -a names=("DNS" "connect" "TLS" "first byte" "total") parts
     local i
     for (( i = 1; i <= 5; i++ )); do
