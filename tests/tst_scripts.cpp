@@ -377,6 +377,8 @@ void ScriptsTest::initTestCase() {
              "/CN=localhost"});
     openssl({"x509", "-req", "-in", "weak.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial",
              "-out", "weak.pem", "-days", "10", "-sha1"});
+    openssl({"x509", "-req", "-in", "leaf.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial",
+             "-out", "expired.pem", "-days", "-1", "-extfile", "ext"});
     caFile_ = d + QStringLiteral("/ca.pem");
 
     tlsPort_ = freePort(SOCK_STREAM);
@@ -678,6 +680,11 @@ void ScriptsTest::reachDiagnosesEachPath_data() {
                        "<td>no extended key usage: macOS requires TLS Web Server Authentication</td>",
                        "data-cause=\"service\""}
         << QStringList{"names the host"};
+    QTest::newRow("expired certificate")
+        << "localhost:%tls" << QStringList{"PATH=%bin:" + searchPath, "TST_LEAF=%work/expired.pem"} << 1
+        << QStringList{"FAIL  Front end localhost: the certificate expired on ",
+                       "OK    Front end localhost: the certificate names the host"}
+        << QStringList{"data-cause=\"service\""} << QStringList{"broken hash", "Lifetime"};
     // Direct packets are dropped; the proxy gets through. Its settings hold credentials in several forms.
     QTest::newRow("only the proxy gets through")
         << "127.0.0.1:%silent"
