@@ -694,7 +694,9 @@ void ScriptsTest::reachDiagnosesEachPath_data() {
         << 0
         << QStringList{"reachable through http://***@127.0.0.1:%proxy (https_proxy) only",
                        "direct path: TCP connect to 127.0.0.1 port %silent failed: no answer within 3s"}
-        << QStringList{"verdict warn", "Through proxy"} << QStringList{"s3cret", "ss/3", "agent"};
+        << QStringList{"verdict warn", "Through proxy", "<td>as seen through http://***@127.0.0.1:%proxy",
+                       "127.0.0.1 is covered by the certificate"}
+        << QStringList{"s3cret", "ss/3", "agent"};
     // The desktop's proxy is a configuration file that names the proxy (GNOME's setting, from a stand-in).
     QTest::newRow("proxy named by a PAC file")
         << "127.0.0.1:%silent" << QStringList{"PATH=%bin/pac:" + searchPath} << 0

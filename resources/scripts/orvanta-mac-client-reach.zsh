@@ -37,6 +37,7 @@ orv_have curl "connections are not timed phase by phase (DNS, connect, TLS, firs
 # PROXY_VIA holds how curl reaches a proxy ("env" for the environment's variables, which curl reads itself, so
 # that no credential appears in a command line), PROXY_LABEL what people are shown (with no credentials).
 typeset -a PROXY_ON=() PROXY_VIA=() PROXY_LABEL=() PROXY_ROWS=()
+typeset -g PROXY_ENV_ADDR="" # host:port of the environment's proxy when it speaks plain HTTP CONNECT
 proxy_row() { orv_mask "$2" "$1"; PROXY_ROWS+=("$1"$'\t'"$REPLY") }
 add_proxy() { # add_proxy VIA LABEL: once per proxy, at most four
     (( ${PROXY_VIA[(Ie)$1]} || ${#PROXY_VIA} >= 4 )) && return
@@ -76,6 +77,7 @@ read_proxies() {
         authority=${${${val#*://}##*@}%%/*}
         if orv_valid_target $authority 1080; then
             orv_mask "$val"; add_proxy env "$REPLY ($v)"
+            [[ $val == (#i)http://* || $val != *://* ]] && PROXY_ENV_ADDR=$authority
         else
             PROXY_ROWS+=("$v"$'\t'"not tried: no plain host name and port in it")
         fi
@@ -386,12 +388,12 @@ check_endpoint() {
     fi
 
     # Through each proxy, when one is set: the path the client takes on networks that force a proxy.
-    local proxy_ok="" proxy_fail="" i
+    local proxy_ok="" proxy_via="" proxy_fail="" i
     if [[ $with_tls == tls ]] && (( ${#PROXY_VIA} )) && orv_have curl "endpoints cannot be checked through the proxy"; then
         for (( i = 1; i <= ${#PROXY_VIA}; i++ )); do
             orv_step "$role $host: through proxy $PROXY_LABEL[i]"
             if through_proxy $PROXY_VIA[i] $host $port; then
-                [[ -z $proxy_ok ]] && proxy_ok=$PROXY_LABEL[i]
+                [[ -z $proxy_ok ]] && { proxy_ok=$PROXY_LABEL[i]; proxy_via=$PROXY_VIA[i] }
                 orv_result INFO "$role $host: through $PROXY_LABEL[i]: $REPLY"
                 orv_row OK "Through proxy" "$PROXY_LABEL[i]: $REPLY"
             elif (( $? == 2 )); then
@@ -423,6 +425,33 @@ check_endpoint() {
         # Nothing reached at all counts against the local side; a handshake that stalls proves the network works.
         [[ $role == Relay || $dcause == handshake ]] || (( UNREACHED++ ))
         note_cause fail ${dcause:-tcp}
+    fi
+    # Where only a proxy gets through, the certificate is the one that path shows: a proxy that inspects TLS
+    # puts its own there, which is what the client then meets.
+    if (( ! tls_done )) && [[ -n $proxy_via && -n $SSL_VERSION ]]; then
+        local paddr="" verify=""
+        case $proxy_via in
+        env) paddr=$PROXY_ENV_ADDR ;;
+        http://*) paddr=${proxy_via#http://} ;;
+        esac
+        if [[ -n $paddr ]]; then
+            orv_step "$role $host: certificate through $proxy_ok"
+            orv_hostport $host $port
+            local -a pargs=(s_client -proxy $paddr -connect $REPLY -showcerts -status)
+            orv_is_ip $host || pargs+=(-servername $host)
+            [[ -n $ORV_CA_FILE ]] && pargs+=(-CAfile $ORV_CA_FILE)
+            out=$(orv_limit $ORV_TIMEOUT openssl $pargs </dev/null 2>&1)
+            tls_fields "$out"
+            if [[ -n $TLS_CIPHER ]]; then
+                [[ $out == (#b)*Verify\ return\ code:\ ([^$'\n']##)* ]] && verify=$match[1]
+                orv_row INFO "Certificate" "as seen through $proxy_ok, ${TLS_PROTO:-protocol not reported}, $TLS_CIPHER"
+                judge_certificate $role $host "$out" "$verify"
+            else
+                orv_row INFO "Certificate" "not checked: ${SSL_VERSION%% *} could not connect through $proxy_ok"
+            fi
+        else
+            orv_row INFO "Certificate" "not checked: ${SSL_VERSION%% *} cannot connect through $proxy_ok"
+        fi
     fi
     (( tls_done )) || { orv_table_end; return }
 
