@@ -364,7 +364,7 @@ void ScriptsTest::initTestCase() {
     };
     QFile ext(d + QStringLiteral("/ext"));
     QVERIFY(ext.open(QIODevice::WriteOnly));
-    ext.write("subjectAltName=DNS:localhost,IP:127.0.0.1,IP:::1\n");
+    ext.write("subjectAltName=DNS:localhost,IP:127.0.0.1,IP:::1\nextendedKeyUsage=serverAuth\n");
     ext.close();
     openssl({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "ca.key", "-out", "ca.pem", "-days",
              "90", "-subj", "/CN=Orvanta Test CA"});
@@ -372,6 +372,13 @@ void ScriptsTest::initTestCase() {
              "/CN=localhost/O=Test & <Co>"});
     openssl({"x509", "-req", "-in", "leaf.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial",
              "-out", "leaf.pem", "-days", "90", "-extfile", "ext"});
+    // Everything a Mac refuses: RSA 1024, SHA-1, no subject alternative names, no purpose, 10 days left.
+    openssl({"req", "-newkey", "rsa:1024", "-nodes", "-keyout", "weak.key", "-out", "weak.csr", "-subj",
+             "/CN=localhost"});
+    openssl({"x509", "-req", "-in", "weak.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial",
+             "-out", "weak.pem", "-days", "10", "-sha1"});
+    openssl({"x509", "-req", "-in", "leaf.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial",
+             "-out", "expired.pem", "-days", "-1", "-extfile", "ext"});
     caFile_ = d + QStringLiteral("/ca.pem");
 
     tlsPort_ = freePort(SOCK_STREAM);
@@ -561,6 +568,13 @@ void ScriptsTest::reachPassesAgainstTrustedLocalServer() {
     QVERIFY2(r.output.contains(QStringLiteral("is covered by")) ||
                  r.output.contains(QStringLiteral("names the host")),
              qPrintable(r.output));
+    // The real server: TLS 1.3 and 1.2, a status page; with nothing wrong the advice is that nothing is to
+    // do.
+    for (const QString& c :
+         {QStringLiteral("OK    Front end localhost: answers HTTP 200"),
+          QStringLiteral("TLS versions: accepts TLS 1.3, TLS 1.2"), QStringLiteral("Next: Nothing to do")})
+        QVERIFY2(r.output.contains(c), qPrintable(c + u'\n' + r.output));
+    QVERIFY(report.contains(QStringLiteral("<section class=\"next\" data-cause=\"none\">")));
 }
 
 void ScriptsTest::reachFailsOnClosedPortAndEscapesHostileValues() {
@@ -599,12 +613,13 @@ void ScriptsTest::reachDiagnosesEachPath_data() {
     QTest::newRow("silent port")
         << "127.0.0.1:%silent" << QStringList{} << 1
         << QStringList{"TCP connect to 127.0.0.1 port %silent failed: no answer within 3s"}
-        << QStringList{"verdict fail", keptWarning} << QStringList{"refused"};
+        << QStringList{"verdict fail", keptWarning, "data-cause=\"local\""} << QStringList{"refused"};
     QTest::newRow("handshake never finishes")
         << "127.0.0.1:%stalled" << QStringList{} << 1
         << QStringList{"TCP connect to 127.0.0.1 port %stalled in",
                        "accepted the TCP connection but did not complete the TLS handshake within 3s"}
-        << QStringList{keptWarning} << QStringList{"refused", "TLS handshake failed"};
+        << QStringList{keptWarning, "data-cause=\"firewall\""}
+        << QStringList{"refused", "TLS handshake failed"};
     QTest::newRow("silent port on ::1")
         << "[::1]:%silent6" << QStringList{} << 1
         << QStringList{"TCP connect to ::1 port %silent6 failed: no answer within 3s"} << QStringList{}
@@ -618,22 +633,58 @@ void ScriptsTest::reachDiagnosesEachPath_data() {
                        "%tls, or "
                        "a firewall rejects it) (clients fall back to 127.0.0.1)",
                        "TCP connect to 127.0.0.1 port %tls in"}
-        << QStringList{"verdict warn", "localhost is covered by the certificate"} << QStringList{"FAIL"};
+        << QStringList{"verdict warn", "localhost is covered by the certificate", "data-cause=\"client\""}
+        << QStringList{"FAIL"};
     QTest::newRow("refused") << "127.0.0.1:%closed" << QStringList{} << 1
                              << QStringList{"port %closed failed: connection refused"} << QStringList{}
                              << QStringList{"no answer within"};
     QTest::newRow("TLS 1.2 on [::1]")
         << "[::1]:%tls12" << QStringList{} << 0
         << QStringList{"Endpoint ::1: TLSv1.2, ECDHE-RSA-AES128-SHA, "}
-        << QStringList{"::1 is covered by the certificate"} << QStringList{"TLSv1.0"};
+        << QStringList{"::1 is covered by the certificate",
+                       "<td>accepts TLS 1.2; refuses TLS 1.3, TLS 1.1, TLS 1.0</td>"}
+        << QStringList{"TLSv1.0"};
     QTest::newRow("bare ::1, nothing on 443")
         << "::1" << QStringList{} << 1
         << QStringList{"TCP connect to ::1 port 443 failed: connection refused"} << QStringList{}
         << QStringList{"not a valid host"};
-    QTest::newRow("LibreSSL") << "127.0.0.1:%tls" << QStringList{"PATH=%bin:" + searchPath} << 0
-                              << QStringList{"TLS library: LibreSSL",
-                                             "TLSv1.2, ECDHE-RSA-AES256-GCM-SHA384, "}
-                              << QStringList{} << QStringList{"TLSv1/SSLv3"};
+    // Known answers from the stand-ins: phase times from curl's cumulative ones, versions, stapling, and the
+    // bars of the overview on the slowest total's scale.
+    QTest::newRow("LibreSSL, timed by curl")
+        << "localhost:%tls" << QStringList{"PATH=%bin:" + searchPath} << 0
+        << QStringList{"TLS library: LibreSSL", "TLSv1.2, ECDHE-RSA-AES256-GCM-SHA384, handshake 4.2 ms",
+                       "localhost: DNS 1.2 ms, connect 0.9 ms, TLS 4.2 ms, first byte 4.5 ms, total 11.5 ms "
+                       "(to 127.0.0.1)",
+                       "WARN  Front end localhost: still accepts TLS 1.1, retired versions (accepts TLS 1.2, "
+                       "TLS 1.1; refuses TLS 1.3, TLS 1.0)"}
+        << QStringList{"<td>1.2 ms</td><td>0.9 ms</td><td>4.2 ms</td><td>4.5 ms</td><td>11.5 "
+                       "ms</td><td>200</td>",
+                       "<span class=\"p3\" style=\"width:36.5%\">", "<td>stapled (status: good)</td>",
+                       "<td>RSA 2048 bits</td>", "<td>TLS Web Server Authentication</td>"}
+        << QStringList{"TLSv1/SSLv3"};
+    // A front end whose certificate fails every rule a Mac applies, and which answers with a server error.
+    QTest::newRow("weak certificate, server error")
+        << "127.0.0.1:%tls"
+        << QStringList{"PATH=%bin:" + searchPath, "TST_LEAF=%work/weak.pem", "TST_HTTP_CODE=503",
+                       "ORVANTA_FRONTEND=127.0.0.1:%tls"}
+        << 1
+        << QStringList{"FAIL  Front end 127.0.0.1: answers HTTP 503",
+                       "FAIL  Front end 127.0.0.1: the certificate has no subject alternative names",
+                       "WARN  Front end 127.0.0.1: the certificate expires in 9 days",
+                       "FAIL  Front end 127.0.0.1: the certificate's key is RSA 1024 bits",
+                       "FAIL  Front end 127.0.0.1: a certificate of the chain is signed with a broken hash "
+                       "(sha1WithRSAEncryption in CN = localhost)",
+                       "FAIL  Front end 127.0.0.1: the certificate is not marked for server authentication",
+                       "Next: The problem is on the service's side"}
+        << QStringList{"verdict fail", "DNS none (an address), connect 0.9 ms, TLS 4.2 ms",
+                       "<td>no extended key usage: macOS requires TLS Web Server Authentication</td>",
+                       "data-cause=\"service\""}
+        << QStringList{"names the host"};
+    QTest::newRow("expired certificate")
+        << "localhost:%tls" << QStringList{"PATH=%bin:" + searchPath, "TST_LEAF=%work/expired.pem"} << 1
+        << QStringList{"FAIL  Front end localhost: the certificate expired on ",
+                       "OK    Front end localhost: the certificate names the host"}
+        << QStringList{"data-cause=\"service\""} << QStringList{"broken hash", "Lifetime"};
     // Direct packets are dropped; the proxy gets through. Its settings hold credentials in several forms.
     QTest::newRow("only the proxy gets through")
         << "127.0.0.1:%silent"
@@ -643,7 +694,9 @@ void ScriptsTest::reachDiagnosesEachPath_data() {
         << 0
         << QStringList{"reachable through http://***@127.0.0.1:%proxy (https_proxy) only",
                        "direct path: TCP connect to 127.0.0.1 port %silent failed: no answer within 3s"}
-        << QStringList{"verdict warn", "Through proxy"} << QStringList{"s3cret", "ss/3", "agent"};
+        << QStringList{"verdict warn", "Through proxy", "<td>as seen through http://***@127.0.0.1:%proxy",
+                       "127.0.0.1 is covered by the certificate"}
+        << QStringList{"s3cret", "ss/3", "agent"};
     // The desktop's proxy is a configuration file that names the proxy (GNOME's setting, from a stand-in).
     QTest::newRow("proxy named by a PAC file")
         << "127.0.0.1:%silent" << QStringList{"PATH=%bin/pac:" + searchPath} << 0
@@ -666,23 +719,38 @@ void ScriptsTest::reachDiagnosesEachPath() {
     ConnectProxy proxy(tlsPort_);
     QTemporaryDir home;
     QTemporaryDir bin;
-    // openssl as macOS ships it: LibreSSL, whose s_client names "TLSv1/SSLv3" beside the cipher.
-    QFile fake(bin.filePath(QStringLiteral("openssl")));
-    QVERIFY(fake.open(QIODevice::WriteOnly));
-    fake.write(QStringLiteral("#!/bin/sh\n"
-                              "case \"$1\" in\n"
-                              "version) echo 'LibreSSL 3.3.6'; exit 0 ;;\n"
-                              "s_client) echo 'CONNECTED(00000005)'; cat '%1'; echo '---'\n"
-                              "  echo 'New, TLSv1/SSLv3, Cipher is ECDHE-RSA-AES256-GCM-SHA384'\n"
-                              "  printf 'SSL-Session:\\n    Protocol  : TLSv1.2\\n    Cipher    : "
-                              "ECDHE-RSA-AES256-GCM-SHA384\\n    Verify return code: 0 (ok)\\n'; exit 0 ;;\n"
-                              "esac\n"
-                              "exec '%2' \"$@\"\n")
-                   .arg(work_.filePath(QStringLiteral("leaf.pem")),
-                        QStandardPaths::findExecutable(QStringLiteral("openssl")))
-                   .toUtf8());
-    fake.close();
-    fake.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    // openssl as macOS ships it: LibreSSL, whose s_client names "TLSv1/SSLv3" beside the cipher. This server
+    // takes TLS 1.2 and 1.1 only, staples a good OCSP answer and shows TST_LEAF (the good leaf by default).
+    QVERIFY(
+        writeTool(bin.path(), QStringLiteral("openssl"),
+                  QStringLiteral("#!/bin/sh\n"
+                                 "case \"$1\" in\n"
+                                 "version) echo 'LibreSSL 3.3.6'; exit 0 ;;\n"
+                                 "s_client) echo 'CONNECTED(00000005)'\n"
+                                 "  case \" $* \" in *' -tls1_3 '*|*' -tls1 '*)\n"
+                                 "    echo 'New, (NONE), Cipher is (NONE)'; exit 1 ;; esac\n"
+                                 "  p=TLSv1.2; case \" $* \" in *' -tls1_1 '*) p=TLSv1.1 ;; esac\n"
+                                 "  cat \"${TST_LEAF:-%1}\"; echo '---'\n"
+                                 "  case \" $* \" in *' -status '*) echo 'OCSP Response Status: successful "
+                                 "(0x0)'; echo '    Cert Status: good' ;; esac\n"
+                                 "  echo 'New, TLSv1/SSLv3, Cipher is ECDHE-RSA-AES256-GCM-SHA384'\n"
+                                 "  printf 'SSL-Session:\\n    Protocol  : %s\\n    Cipher    : "
+                                 "ECDHE-RSA-AES256-GCM-SHA384\\n    Verify return code: 0 (ok)\\n' $p; "
+                                 "exit 0 ;;\n"
+                                 "esac\n"
+                                 "exec '%2' \"$@\"\n")
+                      .arg(work_.filePath(QStringLiteral("leaf.pem")),
+                           QStandardPaths::findExecutable(QStringLiteral("openssl")))
+                      .toUtf8()));
+    // curl with known phase times (cumulative, as curl gives them) and the status in TST_HTTP_CODE.
+    QVERIFY(writeTool(bin.path(), QStringLiteral("curl"),
+                      "#!/bin/sh\n"
+                      "while [ $# -gt 0 ]; do [ \"$1\" = -w ] && f=$2; shift; done\n"
+                      "printf '%s' \"$f\" | sed -e 's/%{time_namelookup}/0.001200/' -e "
+                      "'s/%{time_connect}/0.002100/' -e 's/%{time_appconnect}/0.006300/' -e "
+                      "'s/%{time_starttransfer}/0.010800/' -e 's/%{time_total}/0.011500/' -e "
+                      "\"s/%{http_code}/${TST_HTTP_CODE:-200}/\" -e 's/%{remote_ip}/127.0.0.1/' -e "
+                      "'s/%{[a-z_]*}//g'\n"));
 
     // gsettings of a desktop whose proxy is set by a PAC file.
     QDir(bin.path()).mkpath(QStringLiteral("pac"));
@@ -730,7 +798,8 @@ void ScriptsTest::reachDiagnosesEachPath() {
             .replace(QStringLiteral("%tls12"), QString::number(tls12Port_))
             .replace(QStringLiteral("%tls"), QString::number(tlsPort_))
             .replace(QStringLiteral("%proxy"), QString::number(proxy.port()))
-            .replace(QStringLiteral("%bin"), bin.path());
+            .replace(QStringLiteral("%bin"), bin.path())
+            .replace(QStringLiteral("%work"), work_.path());
     };
     QProcessEnvironment e = baseEnvironment(home.path());
     e.insert(QStringLiteral("ORVANTA_ENDPOINTS"), fill(endpoints));
@@ -740,6 +809,7 @@ void ScriptsTest::reachDiagnosesEachPath() {
 
     const Run r = run(QStringLiteral("orvanta-mac-client-reach.zsh"), {}, e);
     QVERIFY2(r.exitCode == exitCode, qPrintable(r.output));
+    QCOMPARE(strayConsoleLine(r.output, true), QString());
     const QString report = checkReport(r, home.path(), QStringLiteral("OrvantaMacClientReach_"));
     REPORT_OK(report);
     for (const QString& c : console)

@@ -701,4 +701,31 @@ orv_check_settings() {
     done
     return 0
 }
+
+# --- What to do next: the report's closing words for the person reading it, chosen by the verdict's cause.
+# A cause is where the problem lies, so that the reader knows whether to act or whom to send the report to.
+typeset -gA ORV_NEXT_TEXT=(
+    none "Nothing to do: everything checked works. If the problem comes back, run this check again while it happens and send the report to support."
+    local "The problem is on this Mac or its local network (Wi-Fi, cable, router): check that other web sites open, restart the router if they do not, then run this check again."
+    dns "This Mac cannot look up the service's names: check the network's DNS settings (or ask its administrator), then run this check again."
+    firewall "A firewall between this Mac and the service blocks the connection: send this report to your network administrator."
+    provider "The problem lies beyond your router, with the internet provider: send this report to the provider, or to support if it persists."
+    proxy "The proxy of this network does not let the service through: send this report to your network administrator and ask for the service to be allowed."
+    certificate "This Mac does not trust the certificate it was shown: if this network inspects encrypted traffic, ask its administrator to exempt the service; otherwise send this report to support."
+    service "The problem is on the service's side, not on this Mac: send this report to support."
+    client "Start the Orvanta Mac Connector (reinstall it if it will not start), then run this check again."
+)
+ORV_CSS+='.next{border-left:4px solid var(--blue);background:#fff;padding:10px 16px;margin:22px 0 0;border-radius:0 8px 8px 0}
+.next h2{margin:0 0 4px;border:0;padding:0;font-size:16px}.next p{margin:0}
+'
+# orv_next_steps CAUSE [SENTENCE]: ends the report and the console with what to do next. CAUSE is a key of
+# ORV_NEXT_TEXT; SENTENCE, when given, replaces that cause's own words. Call it after the last section.
+orv_next_steps() {
+    local text=${2:-$ORV_NEXT_TEXT[$1]}
+    [[ -n $text ]] || text=$ORV_NEXT_TEXT[none]
+    orv_say "Next: $text"
+    orv_esc "$text"
+    ORV_BODY+=("<section class=\"next\" data-cause=\"${1//[^a-z]/}\"><h2>What to do next</h2><p>$REPLY</p></section>")
+}
+
 orv_check_settings || exit 2

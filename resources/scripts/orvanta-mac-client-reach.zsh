@@ -31,12 +31,13 @@ if orv_have openssl "TLS handshakes and certificates cannot be checked"; then
     SSL_VERSION=$(openssl version 2>/dev/null)
     orv_say "   INFO  TLS library: $SSL_VERSION"
 fi
-orv_have curl "the TLS handshake time is taken from openssl's wall time instead" >/dev/null
+orv_have curl "connections are not timed phase by phase (DNS, connect, TLS, first byte), and the front end's HTTP answer is not checked"
 
 # --- Proxies: read before the endpoints, which are then checked directly and through each proxy as well.
 # PROXY_VIA holds how curl reaches a proxy ("env" for the environment's variables, which curl reads itself, so
 # that no credential appears in a command line), PROXY_LABEL what people are shown (with no credentials).
 typeset -a PROXY_ON=() PROXY_VIA=() PROXY_LABEL=() PROXY_ROWS=()
+typeset -g PROXY_ENV_ADDR="" # host:port of the environment's proxy when it speaks plain HTTP CONNECT
 proxy_row() { orv_mask "$2" "$1"; PROXY_ROWS+=("$1"$'\t'"$REPLY") }
 add_proxy() { # add_proxy VIA LABEL: once per proxy, at most four
     (( ${PROXY_VIA[(Ie)$1]} || ${#PROXY_VIA} >= 4 )) && return
@@ -76,6 +77,7 @@ read_proxies() {
         authority=${${${val#*://}##*@}%%/*}
         if orv_valid_target $authority 1080; then
             orv_mask "$val"; add_proxy env "$REPLY ($v)"
+            [[ $val == (#i)http://* || $val != *://* ]] && PROXY_ENV_ADDR=$authority
         else
             PROXY_ROWS+=("$v"$'\t'"not tried: no plain host name and port in it")
         fi
@@ -187,6 +189,112 @@ tls_fields() {
     [[ -n $TLS_PROTO ]] || TLS_PROTO=$fallback
 }
 
+# --- Where the problem lies, for the closing advice: every cause met, separately for failures and warnings.
+typeset -gA CAUSE_FAIL=() CAUSE_WARN=()
+typeset -gi UNREACHED=0 CHECKED=0
+note_cause() { if [[ $1 == fail ]]; then CAUSE_FAIL[$2]=1; else CAUSE_WARN[$2]=1; fi }
+
+# http_timing HOST PORT ROLE: one HTTPS request made as a client makes it (the system resolver, each address in
+# turn, no proxy), timed by curl's own clock. TIMING holds DNS, connect, TLS, first byte (each phase alone) and
+# total, in ms; HTTP_CODE the status (000 for none); HTTP_IP the address used. Each timed endpoint adds a row to
+# TIMING_ROWS for the report's overview. Status 1, with TIMING_WHY the reason, when no TLS session was made.
+typeset -ga TIMING TIMING_ROWS
+typeset -g HTTP_CODE HTTP_IP TIMING_WHY
+http_timing() {
+    local host=$1 port=$2 role=$3 url out
+    TIMING=() HTTP_CODE=000 HTTP_IP="" TIMING_WHY=""
+    orv_have curl "connections cannot be timed phase by phase (DNS, connect, TLS, first byte)" || { TIMING_WHY="curl is missing"; return 1 }
+    if orv_is_ipv6 $host; then url="https://[$host]:$port/"; else url="https://$host:$port/"; fi
+    out=$(orv_limit $(( ORV_TIMEOUT + 1 )) curl -s -k --noproxy '*' -o /dev/null --max-time $ORV_TIMEOUT \
+        -w '%{time_namelookup}|%{time_connect}|%{time_appconnect}|%{time_starttransfer}|%{time_total}|%{http_code}|%{remote_ip}|%{errormsg}' \
+        -- $url 2>/dev/null </dev/null)
+    local -a w=("${(@s:|:)out}")
+    HTTP_CODE=${w[6]:-000} HTTP_IP=$w[7]
+    local v
+    for v in $w[1,5]; do [[ $v == [0-9.]## ]] || { TIMING_WHY="curl gave no times (no answer within ${ORV_TIMEOUT}s?)"; return 1 } done
+    if (( w[3] <= 0 )); then
+        orv_mask_words "${(j:|:)w[8,-1]}"; TIMING_WHY=${REPLY:-no TLS session within ${ORV_TIMEOUT}s}; return 1
+    fi
+    # curl's times run from the start; each phase is the difference to the one before.
+    local -F nl=$w[1] c=$w[2] a=$w[3] st=$w[4] tot=$w[5]
+    local -a ph=($nl $(( c - nl )) $(( a - c )) $(( st > 0 ? st - a : -1 )) $tot)
+    for v in $ph; do
+        if (( v < 0 )); then TIMING+=(""); else printf -v REPLY '%.1f' $(( v * 1000.0 )); TIMING+=($REPLY); fi
+    done
+    orv_is_ip $host && TIMING[1]=""
+    TIMING_ROWS+=("$role $host"$'\t'"$HTTP_IP"$'\t'"${(pj:\t:)TIMING}"$'\t'"$HTTP_CODE")
+    return 0
+}
+
+# http_rows ROLE HOST: the timing and the HTTP answer as rows and results. The front end's status is judged
+# (a server error there stops every sign-in); other endpoints need not answer a plain request.
+http_rows() {
+    local role=$1 host=$2 t
+    (( ${#TIMING} )) || { orv_row INFO "Timing" "not measured: $TIMING_WHY"; return }
+    local -a names=("DNS" "connect" "TLS" "first byte" "total") parts
+    local i
+    for (( i = 1; i <= 5; i++ )); do
+        if [[ -n $TIMING[i] ]]; then parts+=("$names[i] $TIMING[i] ms")
+        elif (( i == 1 )); then parts+=("DNS none (an address)")
+        else parts+=("$names[i] -"); fi
+    done
+    t="${(j:, :)parts} (to ${HTTP_IP:-?})"
+    orv_say "   INFO  $role $host: $t"
+    orv_row INFO "Timing" "$t"
+    if [[ $HTTP_CODE == 000 ]]; then
+        if [[ $role == "Front end" ]]; then
+            orv_result FAIL "$role $host: no HTTP answer within ${ORV_TIMEOUT}s after the TLS handshake"
+            orv_row FAIL "HTTP" "no answer within ${ORV_TIMEOUT}s after the TLS handshake"
+            note_cause fail service
+        else
+            orv_row INFO "HTTP" "no answer to a plain request"
+        fi
+    elif [[ $role == "Front end" && $HTTP_CODE == 5<-> ]]; then
+        orv_result FAIL "$role $host: answers HTTP $HTTP_CODE (an error on the service's side)"
+        orv_row FAIL "HTTP" "$HTTP_CODE: an error on the service's side"
+        note_cause fail service
+    elif [[ $role == "Front end" ]]; then
+        orv_result OK "$role $host: answers HTTP $HTTP_CODE"
+        orv_row OK "HTTP" "$HTTP_CODE"
+    else
+        orv_row INFO "HTTP" "$HTTP_CODE"
+    fi
+}
+
+# tls_versions ADDR HOST PORT ROLE: which protocol versions the server accepts, one handshake each. TLS 1.2 and
+# 1.3 are what clients use; 1.0 and 1.1 are retired and a server still accepting them is a warning.
+tls_versions() {
+    local addr=$1 host=$2 port=$3 role=$4 v out rc
+    local -a yes no untested
+    local -A flag=(1.3 -tls1_3 1.2 -tls1_2 1.1 -tls1_1 1.0 -tls1)
+    orv_hostport $addr $port; local hp=$REPLY
+    for v in 1.3 1.2 1.1 1.0; do
+        local -a a=(s_client -connect $hp $flag[$v])
+        orv_is_ip $host || a+=(-servername $host)
+        # OpenSSL 3 itself refuses the old versions at its default security level; the question is the server's.
+        [[ $v == 1.[01] && $SSL_VERSION == OpenSSL* ]] && a+=(-cipher 'DEFAULT:@SECLEVEL=0')
+        out=$(orv_limit $ORV_TIMEOUT openssl $a </dev/null 2>&1); rc=$?
+        tls_fields "$out"
+        if [[ -n $TLS_CIPHER ]]; then yes+=("TLS $v")
+        elif (( rc == 124 )) || [[ $out == *(#i)(unknown option|no protocols available|unsupported protocol|null ssl method)* ]]; then untested+=("TLS $v")
+        else no+=("TLS $v"); fi
+    done
+    local t="accepts ${(j:, :)yes:-none}${no:+; refuses ${(j:, :)no}}${untested:+; not tested (${SSL_VERSION%% *} cannot offer it, or no answer): ${(j:, :)untested}}"
+    local -a old=(${(M)yes:#TLS 1.[01]})
+    if [[ -z ${(M)yes:#TLS 1.[23]} ]]; then
+        orv_result FAIL "$role $host: accepts neither TLS 1.2 nor TLS 1.3 ($t)"
+        orv_row FAIL "TLS versions" "$t: clients need TLS 1.2 or later"
+        note_cause fail service
+    elif (( ${#old} )); then
+        orv_result WARN "$role $host: still accepts ${(j: and :)old}, retired versions ($t)"
+        orv_row WARN "TLS versions" "$t: TLS 1.0 and 1.1 are retired and should be turned off"
+        note_cause warn legacy
+    else
+        orv_result OK "$role $host: TLS versions: $t"
+        orv_row OK "TLS versions" "$t"
+    fi
+}
+
 # check_endpoint ROLE TARGET WITH-TLS: one endpoint, on every address of its name and through each proxy; its
 # details go to the report. It passes when a client could connect by some path: a client tries every address
 # of both families, and takes the proxy when one is set.
@@ -202,7 +310,8 @@ check_endpoint() {
         orv_table_end; return
     fi
     local -a addrs connected failed dfail
-    local direct_ok=0
+    local direct_ok=0 dcause="" refused=0
+    [[ $role == Relay ]] || (( CHECKED++ ))
 
     t0=$EPOCHREALTIME
     if orv_is_ip $host; then
@@ -214,7 +323,7 @@ check_endpoint() {
         orv_result OK "$role $host resolves to ${(j:, :)addrs} in $REPLY ms"
         orv_row OK "Name lookup" "${(j:, :)addrs} ($REPLY ms, system resolver)"
     else
-        dfail+=("$host does not resolve with the system resolver")
+        dfail+=("$host does not resolve with the system resolver"); dcause=dns
         orv_row FAIL "Name lookup" "$host does not resolve with the system resolver"
     fi
 
@@ -225,6 +334,7 @@ check_endpoint() {
             orv_result OK "$role $host: TCP connect to $addr port $port in $REPLY ms"
             orv_row OK "TCP connect" "$addr port $port in $REPLY ms"
         else
+            (( $? == 1 )) && refused=1
             failed+=("TCP connect to $addr port $port failed: $REPLY")
         fi
     done
@@ -233,7 +343,7 @@ check_endpoint() {
             orv_result INFO "$role $host: $why (clients fall back to ${connected[1]})"
             orv_row INFO "TCP connect" "${why#TCP connect to }; clients fall back to ${connected[1]}"
         else
-            dfail+=("$why")
+            dfail+=("$why"); [[ -z $dcause ]] && dcause=${${refused:#0}:+refused}; dcause=${dcause:-tcp}
             orv_row FAIL "TCP connect" "${why#TCP connect to }"
         fi
     done
@@ -250,7 +360,7 @@ check_endpoint() {
         addr=$connected[1]
         orv_step "$role $host: TLS handshake with $addr"
         orv_hostport $addr $port
-        local -a sargs=(s_client -connect $REPLY -showcerts)
+        local -a sargs=(s_client -connect $REPLY -showcerts -status)
         orv_is_ip $host || sargs+=(-servername $host)
         [[ -n $ORV_CA_FILE ]] && sargs+=(-CAfile $ORV_CA_FILE)
         t0=$EPOCHREALTIME
@@ -261,36 +371,29 @@ check_endpoint() {
         [[ $out == (#b)*Verify\ return\ code:\ ([^$'\n']##)* ]] && verify=$match[1]
         if (( rc == 124 )); then
             why="the server accepted the TCP connection but did not complete the TLS handshake within ${ORV_TIMEOUT}s"
-            dfail+=("$why"); orv_row FAIL "TLS handshake" "$addr: $why"
+            dfail+=("$why"); orv_row FAIL "TLS handshake" "$addr: $why"; dcause=handshake
         elif [[ -z $TLS_CIPHER ]]; then
             local last=${${(M)${(f)out}:#*(error|errno|alert|refused|unexpected)*}[1]}
             why="TLS handshake failed${last:+: $last}"
-            dfail+=("$why"); orv_row FAIL "TLS handshake" "$addr: $why"
+            dfail+=("$why"); orv_row FAIL "TLS handshake" "$addr: $why"; dcause=handshake
         else
             direct_ok=1 tls_done=1
-            local hs="$wall ms (openssl wall time, includes connect and process start)"
-            if (( $+commands[curl] )); then
-                local url curl_out res=$addr
-                orv_is_ipv6 $addr && res="[$addr]"
-                if orv_is_ip $host; then orv_hostport $host $port; url="https://$REPLY/"; else url="https://$host:$port/"; fi
-                local -a cargs=(-s -k --noproxy '*' -o /dev/null -r 0-0 --max-time $ORV_TIMEOUT -w '%{time_connect} %{time_appconnect}')
-                orv_is_ip $host || cargs+=(--resolve "$host:$port:$res")
-                curl_out=$(orv_limit $(( ORV_TIMEOUT + 1 )) curl $cargs -- $url 2>/dev/null)
-                local -a tt=(${=curl_out})
-                (( ${#tt} == 2 && tt[2] > 0 )) && printf -v hs '%.1f ms' $(( (tt[2] - tt[1]) * 1000.0 ))
-            fi
-            orv_result OK "$role $host: ${TLS_PROTO:-protocol not reported}, $TLS_CIPHER, handshake $hs"
-            orv_row OK "TLS handshake" "${TLS_PROTO:-protocol not reported}, $TLS_CIPHER, $hs"
+            local proto=${TLS_PROTO:-protocol not reported} cipher=$TLS_CIPHER hs="$wall ms (openssl wall time, includes connect and process start)"
+            http_timing $host $port $role && [[ -n $TIMING[3] ]] && hs="$TIMING[3] ms"
+            orv_result OK "$role $host: $proto, $cipher, handshake $hs"
+            orv_row OK "TLS handshake" "$proto, $cipher, $hs"
+            http_rows $role $host
+            tls_versions $addr $host $port $role
         fi
     fi
 
     # Through each proxy, when one is set: the path the client takes on networks that force a proxy.
-    local proxy_ok="" proxy_fail="" i
+    local proxy_ok="" proxy_via="" proxy_fail="" i
     if [[ $with_tls == tls ]] && (( ${#PROXY_VIA} )) && orv_have curl "endpoints cannot be checked through the proxy"; then
         for (( i = 1; i <= ${#PROXY_VIA}; i++ )); do
             orv_step "$role $host: through proxy $PROXY_LABEL[i]"
             if through_proxy $PROXY_VIA[i] $host $port; then
-                [[ -z $proxy_ok ]] && proxy_ok=$PROXY_LABEL[i]
+                [[ -z $proxy_ok ]] && { proxy_ok=$PROXY_LABEL[i]; proxy_via=$PROXY_VIA[i] }
                 orv_result INFO "$role $host: through $PROXY_LABEL[i]: $REPLY"
                 orv_row OK "Through proxy" "$PROXY_LABEL[i]: $REPLY"
             elif (( $? == 2 )); then
@@ -308,77 +411,211 @@ check_endpoint() {
             orv_result OK "$role $host: reachable directly and through $proxy_ok"
         elif [[ -n $proxy_fail ]]; then
             orv_result WARN "$role $host: reachable directly, but not through the proxy ($proxy_fail): clients that use the proxy fail"
+            note_cause warn proxy
         fi
     elif [[ -n $proxy_ok ]]; then
         for why in $dfail; do orv_result INFO "$role $host: direct path: $why"; done
         orv_result OK "$role $host: reachable through $proxy_ok only (the direct path fails)"
     else
         for why in $dfail; do orv_result FAIL "$role $host: $why"; done
-        [[ -n $proxy_fail ]] && orv_result FAIL "$role $host: not reachable through the proxy either ($proxy_fail)"
+        if [[ -n $proxy_fail ]]; then
+            orv_result FAIL "$role $host: not reachable through the proxy either ($proxy_fail)"
+            note_cause fail proxy
+        fi
+        # Nothing reached at all counts against the local side; a handshake that stalls proves the network works.
+        [[ $role == Relay || $dcause == handshake ]] || (( UNREACHED++ ))
+        note_cause fail ${dcause:-tcp}
+    fi
+    # Where only a proxy gets through, the certificate is the one that path shows: a proxy that inspects TLS
+    # puts its own there, which is what the client then meets.
+    if (( ! tls_done )) && [[ -n $proxy_via && -n $SSL_VERSION ]]; then
+        local paddr="" verify=""
+        case $proxy_via in
+        env) paddr=$PROXY_ENV_ADDR ;;
+        http://*) paddr=${proxy_via#http://} ;;
+        esac
+        if [[ -n $paddr ]]; then
+            orv_step "$role $host: certificate through $proxy_ok"
+            orv_hostport $host $port
+            local -a pargs=(s_client -proxy $paddr -connect $REPLY -showcerts -status)
+            orv_is_ip $host || pargs+=(-servername $host)
+            [[ -n $ORV_CA_FILE ]] && pargs+=(-CAfile $ORV_CA_FILE)
+            out=$(orv_limit $ORV_TIMEOUT openssl $pargs </dev/null 2>&1)
+            tls_fields "$out"
+            if [[ -n $TLS_CIPHER ]]; then
+                [[ $out == (#b)*Verify\ return\ code:\ ([^$'\n']##)* ]] && verify=$match[1]
+                orv_row INFO "Certificate" "as seen through $proxy_ok, ${TLS_PROTO:-protocol not reported}, $TLS_CIPHER"
+                judge_certificate $role $host "$out" "$verify"
+            else
+                orv_row INFO "Certificate" "not checked: ${SSL_VERSION%% *} could not connect through $proxy_ok"
+            fi
+        else
+            orv_row INFO "Certificate" "not checked: ${SSL_VERSION%% *} cannot connect through $proxy_ok"
+        fi
     fi
     (( tls_done )) || { orv_table_end; return }
 
-    # The certificate, from the chain the server sent.
+    judge_certificate $role $host "$out" "$verify"
+    orv_table_end
+}
+
+# cert_field TEXT LABEL: REPLY is the rest of the first line of x509 -text output that starts with LABEL, or of
+# the line after it when LABEL ends its own line (the extensions print their values below their names).
+cert_field() {
+    local -a l=(${(f)1}); local i
+    REPLY=""
+    for (( i = 1; i <= ${#l}; i++ )); do
+        [[ ${l[i]##[[:space:]]#} == $2* ]] || continue
+        REPLY=${${l[i]##[[:space:]]#}#$2}; REPLY=${REPLY## #}
+        [[ -z $REPLY || $REPLY == critical ]] && REPLY=${l[i+1]##[[:space:]]#}
+        return 0
+    done
+    return 1
+}
+
+# judge_certificate ROLE HOST S_CLIENT-OUTPUT VERIFY-RESULT: judges the chain the server sent as a Mac would:
+# the name among the subject alternative names, the validity period, key, signature algorithms, the purpose,
+# the chain to a trusted root and the stapled revocation status. Rows go to the open table.
+judge_certificate() {
+    local role=$1 host=$2 out=$3 verify=$4 i f
     local pem=$WORK/chain.pem leaf=$WORK/leaf.pem
+    rm -f $WORK/c<->.pem(N)
     awk '/-----BEGIN CERTIFICATE-----/{on=1} on{print} /-----END CERTIFICATE-----/{on=0}' <<<"$out" > $pem
-    awk '/-----BEGIN CERTIFICATE-----/{on=1} on{print} /-----END CERTIFICATE-----/{exit}' <<<"$out" > $leaf
-    local text subject issuer not_after san
+    awk -v dir=$WORK 'BEGIN{n=0} /-----BEGIN CERTIFICATE-----/{n++; f=dir "/c" n ".pem"} n{print > f} /-----END CERTIFICATE-----/{close(f)}' $pem
+    cp $WORK/c1.pem $leaf 2>/dev/null || : > $leaf
+    local text subject issuer not_after not_before san l
     text=$(openssl x509 -in $leaf -noout -text 2>/dev/null)
-    subject=$(openssl x509 -in $leaf -noout -subject -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null); subject=${subject#subject=}
-    issuer=$(openssl x509 -in $leaf -noout -issuer -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null); issuer=${issuer#issuer=}
-    not_after=$(openssl x509 -in $leaf -noout -enddate 2>/dev/null); not_after=${not_after#notAfter=}
+    for l in ${(f)"$(openssl x509 -in $leaf -noout -subject -issuer -startdate -enddate -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null)"}; do
+        case $l in
+        subject=*) subject=${l#subject=} ;;
+        issuer=*) issuer=${l#issuer=} ;;
+        notBefore=*) not_before=${l#notBefore=} ;;
+        notAfter=*) not_after=${l#notAfter=} ;;
+        esac
+    done
     if [[ -z $text ]]; then
         orv_result FAIL "$role $host: the server sent no readable certificate"
         orv_row FAIL "Certificate" "none readable"
-        orv_table_end; return
+        note_cause fail service
+        return
     fi
-    local -a lines=(${(f)text}) names
-    for (( i = 1; i < ${#lines}; i++ )); do
-        if [[ $lines[i] == *"X509v3 Subject Alternative Name"* ]]; then
-            san=${lines[i+1]##[[:space:]]#}; break
-        fi
-    done
-    names=(${(s:, :)san})
+    cert_field "$text" "X509v3 Subject Alternative Name:" && san=$REPLY
+    local -a names=(${(s:, :)san})
     orv_row INFO "Subject" "$subject"
     orv_row INFO "Issuer" "$issuer"
     orv_row INFO "Names" "${san:-none (no subject alternative names)}"
-    local keyinfo=${${(M)lines:#*Public-Key:*}##[[:space:]]#} sigalg=${${(M)lines:#*Signature Algorithm:*}[1]##[[:space:]]#}
-    [[ -n $keyinfo ]] && orv_row INFO "Key, signature" "$keyinfo; ${sigalg#Signature Algorithm: }"
 
+    # Name: macOS reads only the subject alternative names, never the common name.
     if orv_is_ip $host && [[ $role == Relay* ]]; then
         orv_row INFO "Name match" "not checked: the relay is known only by its address"
     elif host_matches $host $names; then
         orv_result OK "$role $host: the certificate names the host"
         orv_row OK "Name match" "$host is covered by the certificate"
+    elif (( ! ${#names} )); then
+        orv_result FAIL "$role $host: the certificate has no subject alternative names, which macOS requires"
+        orv_row FAIL "Name match" "no subject alternative names: macOS ignores the common name and refuses the certificate"
+        note_cause fail service
     else
         orv_result FAIL "$role $host: the certificate does not name $host"
         orv_row FAIL "Name match" "$host is not among the certificate's names (a TLS-inspecting proxy or a wrong server?)"
+        note_cause fail certificate
     fi
 
-    local end days
-    end=$(cert_epoch $not_after)
-    if [[ $end == <-> ]]; then
-        days=$(( (end - EPOCHSECONDS) / 86400 ))
+    # Validity: days left, and the lifetime macOS accepts for a server certificate (825 days at most, 398 for
+    # one from a public authority).
+    local end start days life
+    end=$(cert_epoch $not_after); start=$(cert_epoch $not_before)
+    if [[ $end == <-> && $start == <-> ]]; then
+        days=$(( (end - EPOCHSECONDS) / 86400 )) life=$(( (end - start) / 86400 ))
         if (( end < EPOCHSECONDS )); then
             orv_result FAIL "$role $host: the certificate expired on $not_after"
             orv_row FAIL "Expiry" "expired on $not_after"
-        elif (( days < 14 )); then
+            note_cause fail service
+        elif (( start > EPOCHSECONDS )); then
+            orv_result FAIL "$role $host: the certificate is not valid before $not_before (is this Mac's clock right?)"
+            orv_row FAIL "Expiry" "not valid before $not_before: check this Mac's date and time"
+            note_cause fail clock
+        elif (( days < 30 )); then
             orv_result WARN "$role $host: the certificate expires in $days days ($not_after)"
             orv_row WARN "Expiry" "$not_after, $days days left"
+            note_cause warn renew
         else
             orv_result OK "$role $host: the certificate is valid for $days more days"
             orv_row OK "Expiry" "$not_after, $days days left"
         fi
+        if (( life > 825 )); then
+            orv_result FAIL "$role $host: the certificate is valid for $life days in all; macOS refuses more than 825"
+            orv_row FAIL "Lifetime" "$life days from $not_before: macOS refuses server certificates valid for more than 825 days"
+            note_cause fail service
+        elif (( life > 398 )); then
+            orv_row WARN "Lifetime" "$life days: macOS accepts more than 398 days only from a private authority"
+            orv_result WARN "$role $host: the certificate is valid for $life days in all (over 398)"
+        fi
     else
-        orv_row WARN "Expiry" "cannot read the date: $not_after"
+        orv_row WARN "Expiry" "cannot read the dates: $not_before to $not_after"
+    fi
+
+    # Key: macOS refuses RSA keys under 2048 bits.
+    local kalg bits=0 curve=""
+    cert_field "$text" "Public Key Algorithm:" && kalg=$REPLY
+    [[ $text == (#b)*Public-Key:\ \(([0-9]##)\ bit\)* ]] && bits=$match[1]
+    cert_field "$text" "NIST CURVE:" && curve=$REPLY
+    [[ -z $curve ]] && cert_field "$text" "ASN1 OID:" && curve=$REPLY
+    case $kalg in
+    rsa*)
+        if (( bits < 2048 )); then
+            orv_result FAIL "$role $host: the certificate's key is RSA $bits bits; macOS requires 2048 or more"
+            orv_row FAIL "Key" "RSA $bits bits: macOS requires at least 2048"
+            note_cause fail service
+        else
+            orv_row OK "Key" "RSA $bits bits"
+        fi ;;
+    id-ecPublicKey)
+        if (( bits < 256 )); then
+            orv_result FAIL "$role $host: the certificate's key is EC $bits bits, too short"
+            orv_row FAIL "Key" "EC $bits bits${curve:+ ($curve)}: at least 256 are needed"
+            note_cause fail service
+        else
+            orv_row OK "Key" "EC $bits bits${curve:+ ($curve)}"
+        fi ;;
+    *) orv_row INFO "Key" "${kalg:-not reported}${${bits:#0}:+, $bits bits}" ;;
+    esac
+
+    # Signatures: every certificate but a self-signed root, whose own signature nobody checks.
+    local sig weak="" sigs="" subj iss
+    for f in $WORK/c<->.pem(Nn); do
+        l=$(openssl x509 -in $f -noout -subject -issuer -text 2>/dev/null)
+        subj=${${(M)${(f)l}:#subject=*}#subject=}; iss=${${(M)${(f)l}:#issuer=*}#issuer=}
+        [[ $f != $WORK/c1.pem && $subj == $iss ]] && continue
+        cert_field "$l" "Signature Algorithm:"; sig=$REPLY
+        [[ -n $sig ]] || continue
+        [[ $sigs == *$sig* ]] || sigs+="${sigs:+, }$sig"
+        [[ $sig == (#i)*(sha1|md5|md2)* ]] && weak+="${weak:+; }$sig in ${subj## #}"
+    done
+    if [[ -n $weak ]]; then
+        orv_result FAIL "$role $host: a certificate of the chain is signed with a broken hash ($weak)"
+        orv_row FAIL "Signature" "$weak: SHA-1 and MD5 signatures are refused"
+        note_cause fail service
+    else
+        orv_row OK "Signature" "${sigs:-not reported}"
+    fi
+
+    # Purpose: macOS requires the extended key usage to name server authentication.
+    local eku=""
+    cert_field "$text" "X509v3 Extended Key Usage:" && eku=$REPLY
+    if [[ $eku == *"TLS Web Server Authentication"* || $eku == *serverAuth* ]]; then
+        orv_row OK "Purpose" "$eku"
+    else
+        orv_result FAIL "$role $host: the certificate is not marked for server authentication, which macOS requires"
+        orv_row FAIL "Purpose" "${eku:-no extended key usage}: macOS requires TLS Web Server Authentication"
+        note_cause fail service
     fi
 
     # Chain: the TLS library's verdict, and on macOS the Keychain's, which is what the client trusts.
     local chain_ok=0 chain_text="${SSL_VERSION%% *} verification: ${verify:-no result}"
     [[ $verify == 0\ * ]] && chain_ok=1
     if [[ $ORV_OS == Darwin && -z $ORV_CA_FILE ]] && orv_have security; then
-        local -a certs vargs=(verify-cert -p ssl -L -q)
-        awk -v dir=$WORK 'BEGIN{n=0} /-----BEGIN CERTIFICATE-----/{n++; f=dir "/c" n ".pem"} n{print > f}' $pem
+        local -a vargs=(verify-cert -p ssl -L -q)
         for i in $WORK/c<->.pem(Nn); do vargs+=(-c $i); done
         orv_is_ip $host || vargs+=(-s $host)
         if orv_limit $ORV_TIMEOUT security $vargs >/dev/null 2>&1; then
@@ -386,7 +623,6 @@ check_endpoint() {
         else
             chain_ok=0; chain_text+="; macOS Keychain trust: NOT trusted"
         fi
-        rm -f $WORK/c<->.pem(N)
     fi
     if (( chain_ok )); then
         orv_result OK "$role $host: certificate chain verified"
@@ -394,8 +630,34 @@ check_endpoint() {
     else
         orv_result FAIL "$role $host: certificate chain not trusted ($chain_text)"
         orv_row FAIL "Chain" "$chain_text"
+        note_cause fail certificate
     fi
-    orv_table_end
+
+    # Revocation: a stapled OCSP answer saves the client a query to the authority; a certificate marked
+    # "must staple" is refused without one.
+    local staple must=0 cstat=""
+    cert_field "$text" "TLS Feature:" && [[ $REPLY == *status_request* ]] && must=1
+    [[ $out == (#b)*Cert\ Status:\ ([a-z]##)* ]] && cstat=$match[1]
+    if [[ $out == *"OCSP Response Status: successful"* ]]; then
+        if [[ $cstat == revoked ]]; then
+            orv_result FAIL "$role $host: the stapled OCSP answer says the certificate is revoked"
+            orv_row FAIL "OCSP stapling" "stapled: revoked"
+            note_cause fail service
+        else
+            orv_row OK "OCSP stapling" "stapled (status: ${cstat:-not given})"
+        fi
+    elif [[ $out == *"OCSP response: no response sent"* ]]; then
+        staple="not stapled: the client asks the authority itself"
+        if (( must )); then
+            orv_result FAIL "$role $host: the certificate requires OCSP stapling, but none was sent"
+            orv_row FAIL "OCSP stapling" "not stapled, but the certificate requires it (must staple)"
+            note_cause fail service
+        else
+            orv_row INFO "OCSP stapling" "$staple"
+        fi
+    else
+        orv_row INFO "OCSP stapling" "not reported by ${SSL_VERSION%% *}"
+    fi
 }
 
 # --- Proxy configuration
@@ -419,6 +681,7 @@ fi
 
 # --- Endpoints
 orv_section "Orvanta endpoints"
+typeset -i TIMING_AT=${#ORV_BODY}
 typeset -a ENDPOINTS=(${=ORV_ENDPOINTS})
 typeset -i k=0
 for ep in $ENDPOINTS; do
@@ -436,13 +699,16 @@ if orv_pids $ORV_CONNECTOR_PROCESS; then
     orv_para "" "'$ORV_CONNECTOR_PROCESS' is running as process ${(j:, :)reply}."
 else
     orv_result WARN "'$ORV_CONNECTOR_PROCESS' is not running"
+    note_cause warn client
     orv_para "" "'$ORV_CONNECTOR_PROCESS' is not running. Start it before connecting to an Orvanta session."
 fi
 
 # --- The relay of an active session
 orv_step "Relay of the active session"
 orv_section "Relay of the active session"
-typeset -a RELAYS=()
+typeset -a RELAYS=() f
+typeset row="" c=""
+typeset -i i
 if orv_relay_peers; then
     RELAYS=($reply)
     orv_say "   INFO  relay peers (${ORV_RELAY_SOURCE}): ${(j:, :)RELAYS}"
@@ -456,6 +722,66 @@ if orv_relay_peers; then
 else
     orv_result SKIP "No relay to check: $ORV_RELAY_SOURCE"
     orv_para note "No relay was checked: $ORV_RELAY_SOURCE."
+fi
+
+# --- Timings side by side, under the endpoints' heading: each phase as a figure and as a bar on one scale.
+if (( ${#TIMING_ROWS} )); then
+    typeset -F scale=0
+    for line in $TIMING_ROWS; do f=("${(@ps:\t:)line}"); (( f[7] > scale )) && scale=$f[7]; done
+    typeset -a ttable=("<table class=\"timing\"><thead><tr><th>Endpoint</th><th>Address</th><th>DNS</th><th>Connect</th><th>TLS</th><th>First byte</th><th>Total</th><th>HTTP</th><th>Phases</th></tr></thead><tbody>")
+    for line in $TIMING_ROWS; do
+        f=("${(@ps:\t:)line}")
+        row="<tr>"
+        for (( i = 1; i <= 8; i++ )); do
+            c=$f[i]; (( i >= 3 && i <= 7 )) && c=${c:+$c ms}
+            orv_esc "${c:--}"; row+="<td>$REPLY</td>"
+        done
+        row+="<td><div class=\"bar\">"
+        for (( i = 3; i <= 6; i++ )); do
+            [[ -n $f[i] ]] && (( scale > 0 )) || continue
+            printf -v c '%.1f' $(( f[i] * 100.0 / scale ))
+            row+="<span class=\"p$(( i - 2 ))\" style=\"width:$c%\"></span>"
+        done
+        ttable+=("$row</div></td></tr>")
+    done
+    ttable+=("</tbody></table>" "<p class=\"note\">Times as curl measures them, each phase on its own: <span class=\"key p1\"></span>DNS <span class=\"key p2\"></span>connect <span class=\"key p3\"></span>TLS <span class=\"key p4\"></span>first byte; the bars share one scale, the slowest total filling the cell.</p>")
+    ORV_BODY=("${(@)ORV_BODY[1,TIMING_AT]}" $ttable "${(@)ORV_BODY[TIMING_AT+1,-1]}")
+fi
+ORV_CSS+='table.timing td:nth-child(n+3):nth-child(-n+8),table.timing th:nth-child(n+3):nth-child(-n+8){white-space:nowrap;text-align:right}
+table.timing td:last-child{width:22%;min-width:90px}
+.bar{display:flex;height:12px;background:#eef1f6;border-radius:3px;overflow:hidden}
+.bar span,.key{display:block;height:12px}.key{display:inline-block;width:10px;height:10px;margin:0 3px 0 8px;border-radius:2px}
+.p1{background:#8e6cc0}.p2{background:#2f8fd8}.p3{background:#e39b2d}.p4{background:#3aa76d}
+'
+
+# --- What to do next, from where the problem lies: the local side first, since it explains everything after it.
+if (( ${#CAUSE_FAIL} )); then
+    if (( CHECKED && UNREACHED >= CHECKED )) && [[ -n $CAUSE_FAIL[dns] && -z $CAUSE_FAIL[tcp] ]]; then
+        orv_next_steps dns
+    elif (( CHECKED && UNREACHED >= CHECKED )) && [[ -z $CAUSE_FAIL[proxy] ]]; then
+        orv_next_steps local
+    elif [[ -n $CAUSE_FAIL[clock] ]]; then
+        orv_next_steps local "This Mac's date or time is wrong, so valid certificates look invalid: turn on setting the date and time automatically in System Settings, then run this check again."
+    elif [[ -n $CAUSE_FAIL[proxy] ]]; then orv_next_steps proxy
+    elif [[ -n $CAUSE_FAIL[dns] ]]; then orv_next_steps dns
+    elif [[ -n $CAUSE_FAIL[tcp] ]]; then orv_next_steps firewall
+    elif [[ -n $CAUSE_FAIL[refused] ]]; then
+        orv_next_steps service "A server of the service refused the connection: nothing listens there, or a firewall rejects it. Send this report to support, and to your network administrator if other people reach the service from elsewhere."
+    elif [[ -n $CAUSE_FAIL[handshake] ]]; then
+        orv_next_steps firewall "The service accepted the connection, but the encrypted handshake did not complete: a firewall that inspects traffic, or the service itself, is at fault. Send this report to your network administrator, and to support if nothing is found there."
+    elif [[ -n $CAUSE_FAIL[certificate] ]]; then orv_next_steps certificate
+    else orv_next_steps service
+    fi
+elif [[ -n $CAUSE_WARN[proxy] ]]; then
+    orv_next_steps proxy "The service is reachable directly, but not through the configured proxy: if the client uses that proxy, send this report to your network administrator and ask for the service to be allowed."
+elif [[ -n $CAUSE_WARN[renew] ]]; then
+    orv_next_steps service "Everything works, but the service's certificate expires soon: send this report to support so that it is renewed in time."
+elif [[ -n $CAUSE_WARN[client] ]]; then
+    orv_next_steps client
+elif [[ -n $CAUSE_WARN[legacy] ]]; then
+    orv_next_steps service "Everything works, but the service still accepts retired TLS versions: send this report to support so that they are turned off."
+else
+    orv_next_steps none
 fi
 
 # --- Report
