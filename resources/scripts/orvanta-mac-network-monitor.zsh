@@ -506,14 +506,8 @@ for c in $CLUSTERS; do
     parts=(${=c}); side_of $parts[3]
     vlines+=("$(fmt_clock $parts[1])–$(fmt_clock $parts[2]) ($(fmt_dur $(( parts[2] - parts[1] )))): $REPLY")
 done
-# The report's closing words: the shared helper where the scripts have one, with this verdict's own sentence.
-if (( $+functions[orv_next_steps] )); then
-    orv_next_steps $cause "$next"
-else
-    orv_say "Next: $next"
-    orv_section "What to do next"
-    orv_para "" "$next"
-fi
+# The report's closing words, with this verdict's own sentence.
+orv_next_steps $cause "$next"
 [[ -n $RELAY_RECORDED ]] && ORV_HEAD_EXTRA+=("<meta name=\"orvanta-relay\" content=\"$(orv_esc $RELAY_RECORDED; print -rn -- $REPLY)\" />")
 orv_step "Writing the report"
 orv_write_report OrvantaNetMonitor_ "Network Monitor" $vclass "$vtitle" $vlines || exit 1
