@@ -167,10 +167,10 @@ hop_name() {
     [[ $REPLY == $a || $REPLY == *[[:cntrl:]]* ]] && REPLY=""
     NAME_OF[$a]=$REPLY
 }
-# who ADDRESS: REPLY is "name (address)", or the address alone; at ADDRESS: "name, address" for text already
+# who ADDRESS: REPLY is "name (address)", or the address alone; who_in ADDRESS: "name, address" for text already
 # in parentheses.
 who() { hop_name $1; REPLY=${REPLY:+$REPLY ($1)}; REPLY=${REPLY:-$1} }
-at() { hop_name $1; REPLY=${REPLY:+$REPLY, $1}; REPLY=${REPLY:-$1} }
+who_in() { hop_name $1; REPLY=${REPLY:+$REPLY, $1}; REPLY=${REPLY:-$1} }
 
 # --- Probe methods, most faithful first: TCP to the service's port (the client's own path), then UDP, then ICMP.
 # A method the tool refuses (Linux allows TCP and ICMP probes to administrators only) is not tried again.
@@ -178,9 +178,9 @@ typeset -gA REFUSED
 typeset -ga FALLBACK_NOTES
 method_text() {
     case $1 in
-    tcp) REPLY="TCP to port $2" ;;
-    udp) REPLY="UDP" ;;
-    icmp) REPLY="ICMP echo" ;;
+    tcp) REPLY="TCP probes to port $2" ;;
+    udp) REPLY="UDP probes" ;;
+    icmp) REPLY="ICMP echo probes" ;;
     esac
 }
 # methods KIND DEST: reply lists the methods to try, in order.
@@ -212,6 +212,21 @@ trace_cmd() {
         fi
     fi
     reply+=($dest)
+}
+
+# next_line FD: REPLY is the next line from FD; status 1 when none came within a second, 2 at the end.
+next_line() {
+    REPLY=""
+    if (( $+builtins[zselect] )); then
+        zselect -t 100 -r $1 2>/dev/null || return 1
+        IFS= read -r -u $1 REPLY || [[ -n $REPLY ]] || return 2
+        return 0
+    fi
+    local -F t0=$EPOCHREALTIME
+    IFS= read -r -t 1 -u $1 REPLY && return 0
+    [[ -n $REPLY ]] && return 0
+    (( EPOCHREALTIME - t0 < 0.9 )) && return 2   # read gave up at once: the end of the output
+    return 1
 }
 
 # --- Figures. stats VALUE...: S_N, S_BEST, S_AVG, S_WORST, S_SD (sample deviation, as mtr), S_MED, S_Q1, S_Q3.
@@ -289,8 +304,8 @@ trace_one() {
     local -A sent recv rtts addrs acount mark markn
     local -a notes cmd first_cmd
     local -F t_end=$(( EPOCHREALTIME + TRACE_LIMIT ))
-    local -i round=0 hops=$MAX_HOPS reached=0 dest_hop=0 failed_hop=0 last_reply=0 top=0 silent h
-    local line rt why flag a m method="" ended="" pid mt
+    local -i round=0 announced=0 hops=$MAX_HOPS reached=0 dest_hop=0 failed_hop=0 last_reply=0 top=0 silent h
+    local line rt why flag a m method="" ended="" mt fd rc
     while (( round < ROUNDS && ! STOP )); do
         if (( EPOCHREALTIME >= t_end )); then ended="$round of $ROUNDS round(s): the time limit of ${TRACE_LIMIT}s was reached"; break; fi
         methods $kind $dest
@@ -299,21 +314,24 @@ trace_one() {
         trace_cmd $method $dest $port $hops; cmd=($reply)
         (( round == 0 )) && first_cmd=($cmd)
         method_text $method $port; mt=$REPLY
-        if (( round == 0 )); then
+        if (( ! announced )); then
+            announced=1
             orv_step "$label: tracing $host${${dest:#$host}:+ ($dest)} with $cmd[1] ($mt)"
         fi
-        # exec: the job is the tool itself, not a subshell that would wait for it before honouring a stop.
-        coproc { exec $cmd 2>&1 }
-        pid=$!
+        # The tool's output comes through a descriptor of this script's own (a coprocess's would be closed once
+        # the tool has ended, losing a refusal that it printed); exec: the child is the tool itself.
+        exec {fd}< <(exec $cmd 2>&1)
         local -a said=()
         local -i lines=0 cur=0
         silent=0
         while (( ! STOP )); do
-            if ! read -r -t 1 -p line; then
-                kill -0 $pid 2>/dev/null || break
+            next_line $fd; rc=$?
+            (( rc == 2 )) && break
+            if (( rc == 1 )); then
                 (( EPOCHREALTIME < t_end )) && continue
                 break
             fi
+            line=$REPLY
             if ! parse_hop "$line"; then
                 [[ $line == *(unknown|not\ known|annot|nvalid|failure|privilege|not\ permitted|ermission|llegal|nrecognized)* ]] && said+=("$line")
                 continue
@@ -351,11 +369,12 @@ trace_one() {
             fi
             (( silent >= SILENT_STOP || h >= hops )) && break
         done
-        orv_end_tree $pid
+        orv_end_children   # the tool and whatever it started; nothing else runs between rounds
+        exec {fd}<&-
         if (( lines == 0 && ${#said} )) && [[ ${(F)said} == *(privilege|not\ permitted|ermission|nknown\ protocol|llegal|nvalid\ option|nrecognized)* ]]; then
             # The tool refuses this method here: the next one is tried in the same round.
             REFUSED[$method]=1
-            local why_not="$cmd[1] cannot send $mt probes on this system"
+            local why_not="$cmd[1] cannot send $mt on this system"
             if [[ ${(F)said} == *(privilege|not\ permitted|ermission)* ]]; then why_not+=" (it needs administrator rights)"
             else orv_mask_words "$said[1]"; why_not+=" ($REPLY)"
             fi
@@ -398,7 +417,8 @@ trace_one() {
         # The address that answered most often stands first.
         local -a keyed=()
         for a in ${=addrs[$h]}; do keyed+=("${(l:4::0:)$(( 9999 - acount[$h $a] ))} $a"); done
-        H_ADDR+=("${(j: :)${${(o)keyed}#* }}")
+        keyed=(${(o)keyed}); keyed=(${keyed#* })
+        H_ADDR+=("${(j: :)keyed}")
         H_SENT+=($sent[$h])
         (( loss = sent[$h] ? 100.0 * (sent[$h] - recv[$h]) / sent[$h] : 0 ))
         printf -v m '%.1f' $loss; H_LOSS+=($m)
@@ -452,7 +472,7 @@ trace_one() {
 
     local at place_text
     if (( fail_i )); then
-        at ${H_ADDR[fail_i]%% *}; at=$REPLY
+        who_in ${H_ADDR[fail_i]%% *}; at=$REPLY
         local rounds_text=""; (( markn[$failed_hop] < round )) && rounds_text=" in $markn[$failed_hop] of $round round(s)"
         orv_result FAIL "$label $host: hop $failed_hop ($at) answered: $mark[$failed_hop]$rounds_text"
         place $fail_i; advice_for $REPLY "A router at hop $failed_hop ($at) refused the path to the $noun"
@@ -460,7 +480,7 @@ trace_one() {
     elif (( reached )); then
         orv_result OK "$label $host reached in $dest_hop hop(s): avg $H_AVG[dest_i] ms, loss $H_LOSS[dest_i]%"
         if (( loss_at )); then
-            at ${H_ADDR[loss_at]%% *}; at=$REPLY
+            who_in ${H_ADDR[loss_at]%% *}; at=$REPLY
             if (( loss_at == dest_i )); then place_text="only at the destination"; else place_text="from hop $H_NO[loss_at] ($at) on"; fi
             orv_result WARN "$label $host: $H_LOSS[dest_i]% of the probes to the destination were lost, $place_text"
             place $loss_at; advice_for $REPLY "Probes to the $noun are lost from hop $H_NO[loss_at] ($at) on"
@@ -472,12 +492,14 @@ trace_one() {
     elif [[ $kind == local ]]; then
         orv_result FAIL "$label $host did not answer ($ended)"
         GATEWAY_FAILED=1
+    elif (( STOP )); then
+        orv_result INFO "$label $host: the run was stopped before the destination answered (${${H_NO[stop_at]:+replies up to hop $H_NO[stop_at]}:-no hop answered})"
     else
-        orv_result WARN "$label $host did not answer trace probes (many servers filter them); replies stop after hop ${H_NO[stop_at]:-0}"
+        orv_result WARN "$label $host did not answer trace probes (many servers filter them); ${${H_NO[stop_at]:+replies stop after hop $H_NO[stop_at]}:-no hop answered}"
         advise 1 "The last steps to the $noun do not answer trace probes, which is common and not a fault by itself. If the client cannot connect, run Connector Reachability and send both reports to Orvanta support."
     fi
     if (( jump_at )); then
-        at ${H_ADDR[jump_at]%% *}; at=$REPLY
+        who_in ${H_ADDR[jump_at]%% *}; at=$REPLY
         orv_result INFO "$label: latency jumps by $(printf '%.0f' $jump) ms at hop $H_NO[jump_at] ($at)"
         place $jump_at; advice_for $REPLY "Latency to the $noun rises at hop $H_NO[jump_at] ($at) and stays high"
         advise 2 $REPLY
@@ -492,7 +514,7 @@ trace_one() {
     local tail=""; (( reached )) || tail=" The destination did not reply."
     (( fail_i )) && tail=" The path ends in an unreachable answer."
     method_text $method $port
-    orv_para note "${(j: :)first_cmd} — ${REPLY} probes, $QUERIES per hop in each of $ended.$tail"
+    orv_para note "${(j: :)first_cmd} — ${REPLY}, $QUERIES per hop in each of $ended.$tail"
     for line in ${(u)notes}; do orv_mask_words "$line"; orv_para note "$REPLY"; done
     orv_table "Hop" "Host" "Address" "Sent" "Loss" "Best (ms)" "Avg (ms)" "Worst (ms)" "StDev (ms)" "Remark"
     local remark cls cells c others first
@@ -503,8 +525,11 @@ trace_one() {
         (( i == jump_at )) && { remark="latency jumps here (median +$(printf '%.0f' $jump) ms)"; cls=" class=\"mark\"" }
         (( i == loss_at )) && { remark="${remark:+$remark; }loss starts here and reaches the destination"; cls=" class=\"mark\"" }
         (( i == stop_at )) && { remark="${remark:+$remark; }replies stop after this hop"; cls=" class=\"mark\"" }
-        if [[ -n $first ]] && (( H_LOSS[i] > 0 && (loss_at == 0 || i < loss_at) && i != dest_i )); then
-            remark="${remark:+$remark; }this router limits its answers to probes (later hops lose nothing)"
+        if [[ -n $first ]] && (( H_LOSS[i] > 0 && (loss_at == 0 || i < loss_at) )); then
+            for (( j = i + 1; j <= n; j++ )); do
+                [[ -n $H_ADDR[j] ]] && (( H_LOSS[j] == 0 )) || continue
+                remark="${remark:+$remark; }this router limits its answers to probes (later hops lose nothing)"; break
+            done
         fi
         [[ -n $others ]] && remark="${remark:+$remark; }also answered: ${others// /, }"
         (( reached && i == dest_i )) && remark="${remark:+$remark; }destination"
@@ -587,7 +612,7 @@ for (( k = 1; k <= ${#TARGETS}; k++ )); do
 done
 orv_para note "Relay: $RELAY_NOTE"
 for line in ${(u)FALLBACK_NOTES}; do orv_result INFO "Probes: $line"; done
-(( LOOKUPS )) && orv_para note "Names: each of ${#NAME_OF} address(es) was looked up once ($LOOKUPS lookup(s) for the whole run)."
+(( LOOKUPS )) && orv_para note "Names were looked up once per address: $LOOKUPS lookup(s) for the whole run."
 
 # --- What to do next, chosen by the most serious finding.
 if (( GATEWAY_FAILED )); then
