@@ -563,10 +563,12 @@ chart() {
     (( q3max > 0 && mx > 2 * q3max )) && mx=$(( 2 * q3max ))
     (( mx = (mx > 0 ? mx : 1) * 1.1 ))
     (( bw = PW / ${#H_NO}.0 ))
+    local -F half=$(( bw * 0.25 < 16 ? bw * 0.25 : 16 ))   # a lone hop gets a box, not a band
+    local fmt='%.0f ms'; (( mx < 10 )) && fmt='%.1f ms'; (( mx < 1 )) && fmt='%.2f ms'
     ypos() { (( REPLY = TOP + PH - (($1 < mx ? $1 : mx) / mx) * PH )) }
     local -a s=("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"$W\" height=\"$H\" viewBox=\"0 0 $W $H\" font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">")
     for v in 0 0.5 1; do
-        printf -v label '%.0f ms' $(( mx * v )); colour="#e6e9ef"
+        printf -v label $fmt $(( mx * v )); colour="#e6e9ef"
         (( v == 0 )) && { label=0; colour="#98a2b3" }
         s+=("$(printf '<line x1="%d" y1="%.1f" x2="%d" y2="%.1f" stroke="%s"/>' $LX $(( TOP + PH - v * PH )) $(( LX + PW )) $(( TOP + PH - v * PH )) $colour)")
         s+=("$(printf '<text x="%d" y="%.1f" text-anchor="end" fill="#667085">%s</text>' $(( LX - 4 )) $(( TOP + PH - v * PH + 4 )) "$label")")
@@ -584,9 +586,9 @@ chart() {
             fi
             ypos $H_Q3[i]; y1=$REPLY; ypos $H_Q1[i]; y2=$REPLY
             (( y2 - y1 < 2 )) && (( y1 -= 1, y2 += 1 ))
-            s+=("$(printf '<rect x="%.1f" y="%.1f" width="%.1f" height="%.1f" fill="%s" fill-opacity="0.35" stroke="%s"/>' $(( cx - bw * 0.25 )) $y1 $(( bw * 0.5 )) $(( y2 - y1 )) $fill $fill)")
+            s+=("$(printf '<rect x="%.1f" y="%.1f" width="%.1f" height="%.1f" fill="%s" fill-opacity="0.35" stroke="%s"/>' $(( cx - half )) $y1 $(( 2 * half )) $(( y2 - y1 )) $fill $fill)")
             ypos $H_MED[i]
-            s+=("$(printf '<line x1="%.1f" y1="%.1f" x2="%.1f" y2="%.1f" stroke="%s" stroke-width="2"/></g>' $(( cx - bw * 0.3 )) $REPLY $(( cx + bw * 0.3 )) $REPLY $fill)")
+            s+=("$(printf '<line x1="%.1f" y1="%.1f" x2="%.1f" y2="%.1f" stroke="%s" stroke-width="2"/></g>' $(( cx - half * 1.2 )) $REPLY $(( cx + half * 1.2 )) $REPLY $fill)")
         else
             s+=("$(printf '<text x="%.1f" y="%d" text-anchor="middle" fill="#98a2b3">*</text>' $cx $(( TOP + PH - 4 )))")
         fi
@@ -603,10 +605,10 @@ chart() {
     done
     s+=("<text x=\"$(( LX + PW / 2 ))\" y=\"$(( H - 4 ))\" text-anchor=\"middle\" fill=\"#667085\">hop (loss below its number)</text></svg>")
     orv_raw ${(j::)s}
-    orv_para note "Each hop: the line runs from the best to the worst reply, the box covers the middle half of the replies and the bar across it is the median."
+    (( CHARTS++ )) || orv_para note "Each hop: the line runs from the best to the worst reply, the box covers the middle half of the replies and the bar across it is the median."
 }
 
-typeset -i N_TRACED=0
+typeset -i N_TRACED=0 CHARTS=0
 for (( k = 1; k <= ${#TARGETS}; k++ )); do
     trace_one "$LABELS[k]" "$TARGETS[k]" "$PORTS[k]" "$KINDS[k]"
 done
