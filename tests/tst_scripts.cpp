@@ -1006,7 +1006,9 @@ void ScriptsTest::traceRouteReadsToolOutput_data() {
                            "Default gateway: tracing 127.0.0.1 with traceroute (ICMP echo probes)"),
                        QStringLiteral(
                            "OK    Front end 127.0.0.9 reached in 4 hop(s): avg 11.0 ms, loss 0.0%")}
-        << QStringList{QStringLiteral("verdict ok"), QStringLiteral("Nothing to fix on these paths")}
+        << QStringList{QStringLiteral("verdict ok"), QStringLiteral("Nothing to fix on these paths"),
+                       QStringLiteral("traceroute -n -q 2 -w 1 -m 4 -T -p 443 127.0.0.9"),
+                       QStringLiteral("traceroute -n -q 2 -w 1 -m 4 -I 127.0.0.1")}
         << QStringList{QStringLiteral("latency jump")};
     // Known times over three rounds give known figures (sample deviation, as mtr): hop 2 answers 3 of 6
     // probes and the destination 5 of 6, so the loss starts at hop 2, inside the local network.
@@ -1121,7 +1123,10 @@ void ScriptsTest::traceRouteReadsToolOutput_data() {
         << QStringList{QStringLiteral("-ORVANTA_GATEWAY")} << 0
         << QStringList{QStringLiteral("on Darwin"), QStringLiteral("Tunnel peer (utun4): tracing 127.0.0.3"),
                        QStringLiteral("Local router (beside utun4): tracing 127.0.0.4")}
-        << QStringList{QStringLiteral("verdict ok")} << QStringList{};
+        << QStringList{QStringLiteral("verdict ok"),
+                       QStringLiteral("traceroute -n -q 2 -w 1 -m 4 -P tcp -e -p 443 127.0.0.9"),
+                       QStringLiteral("traceroute -n -q 2 -w 1 -m 4 -P icmp 127.0.0.3")}
+        << QStringList{};
     // A stop writes what was measured so far, marked as stopped.
     QTest::newRow("stopped while a hop is awaited")
         << QByteArray(" 1  * *\n") << QVariantMap{} << QStringList{} << 143
