@@ -1033,7 +1033,7 @@ void ScriptsTest::traceRouteReadsToolOutput_data() {
                            "<tr class=\"mark\"><td>2</td><td>h2-1.example</td><td>10.0.0.2</td><td>6</td>"
                            "<td>50.0%</td><td>10.0</td><td>12.0</td><td>14.0</td><td>2.0</td><td>loss "
                            "starts here and reaches the destination</td></tr>"),
-                       QStringLiteral("UDP probes, 2 per hop in each of 3 round(s)"),
+                       QStringLiteral("UDP probes, 2 per hop in each round; 3 round(s)."),
                        QStringLiteral("16.7% of the probes to the destination were lost, from hop 2 "
                                       "(h2-1.example, 10.0.0.2) on"),
                        QStringLiteral("inside your own network")}

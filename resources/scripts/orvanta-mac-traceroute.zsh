@@ -307,7 +307,7 @@ trace_one() {
     local -i round=0 announced=0 hops=$MAX_HOPS reached=0 dest_hop=0 failed_hop=0 last_reply=0 top=0 silent h
     local line rt why flag a m method="" ended="" mt fd rc
     while (( round < ROUNDS && ! STOP )); do
-        if (( EPOCHREALTIME >= t_end )); then ended="$round of $ROUNDS round(s): the time limit of ${TRACE_LIMIT}s was reached"; break; fi
+        if (( EPOCHREALTIME >= t_end )); then ended="$round of $ROUNDS round(s), then the time limit of ${TRACE_LIMIT}s was reached"; break; fi
         methods $kind $dest
         (( ${#reply} )) || { notes+=("No probe method is allowed here."); break }
         method=$reply[1]
@@ -401,11 +401,10 @@ trace_one() {
             orv_say "   round $round of $ROUNDS: ${${reached:#0}:+destination reached at hop $dest_hop}${${reached:#1}:+replies up to hop $last_reply}"
         fi
     done
-    [[ -z $ended ]] && (( STOP )) && ended="$round of $ROUNDS round(s) and part of the next: $STOP_REASON"
+    [[ -z $ended ]] && (( STOP )) && ended="$round of $ROUNDS round(s) and part of the next, then $STOP_REASON"
     [[ -z $ended ]] && ended="$round round(s)"
     (( dest_hop )) && top=$dest_hop
     (( failed_hop && failed_hop < top )) && top=$failed_hop
-    (( N_TRACED++ ))
 
     # Per-hop figures, in hop order.
     local -a H_NO H_ADDR H_SENT H_LOSS H_BEST H_AVG H_WORST H_SD H_MED H_Q1 H_Q3
@@ -514,7 +513,7 @@ trace_one() {
     local tail=""; (( reached )) || tail=" The destination did not reply."
     (( fail_i )) && tail=" The path ends in an unreachable answer."
     method_text $method $port
-    orv_para note "${(j: :)first_cmd} — ${REPLY}, $QUERIES per hop in each of $ended.$tail"
+    orv_para note "${(j: :)first_cmd} — ${REPLY}, $QUERIES per hop in each round; $ended.$tail"
     for line in ${(u)notes}; do orv_mask_words "$line"; orv_para note "$REPLY"; done
     orv_table "Hop" "Host" "Address" "Sent" "Loss" "Best (ms)" "Avg (ms)" "Worst (ms)" "StDev (ms)" "Remark"
     local remark cls cells c others first
@@ -608,7 +607,7 @@ chart() {
     (( CHARTS++ )) || orv_para note "Each hop: the line runs from the best to the worst reply, the box covers the middle half of the replies and the bar across it is the median."
 }
 
-typeset -i N_TRACED=0 CHARTS=0
+typeset -i CHARTS=0
 for (( k = 1; k <= ${#TARGETS}; k++ )); do
     trace_one "$LABELS[k]" "$TARGETS[k]" "$PORTS[k]" "$KINDS[k]"
 done
