@@ -1036,7 +1036,10 @@ void ScriptsTest::traceRouteReadsToolOutput_data() {
                        QStringLiteral("UDP probes, 2 per hop in each round; 3 round(s)."),
                        QStringLiteral("16.7% of the probes to the destination were lost, from hop 2 "
                                       "(h2-1.example, 10.0.0.2) on"),
-                       QStringLiteral("inside your own network")}
+                       QStringLiteral("inside your own network"),
+                       QStringLiteral(
+                           "<title>hop 2: sent 6, loss 50.0%, best 10.0, avg 12.0, worst 14.0, stdev "
+                           "2.0 ms</title>")}
         << QStringList{QStringLiteral("-2.example"), QStringLiteral("latency jump")};
     QTest::newRow("macOS, a jump that carries on")
         << QByteArray(" 1  192.168.1.1 (192.168.1.1)  2.000 ms  2.200 ms\n"
