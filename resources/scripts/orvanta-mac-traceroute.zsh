@@ -264,11 +264,12 @@ place() {
         [[ -z $H_ADDR[j] ]] || is_private ${H_ADDR[j]%% *} || { REPLY=provider; return }
     done
 }
-# advise RANK TEXT: keeps the advice of the most serious finding (the first of equal rank).
+# advise RANK TEXT [CAUSE]: keeps the advice of the most serious finding (the first of equal rank).
 typeset -gi ADVICE_RANK=0
-typeset -g ADVICE=""
-advise() { (( $1 > ADVICE_RANK )) && { ADVICE_RANK=$1; ADVICE=$2 }; return 0 }
-advice_for() { # advice_for PLACE FINDING
+typeset -g ADVICE="" ADVICE_CAUSE=none
+advise() { (( $1 > ADVICE_RANK )) && { ADVICE_RANK=$1; ADVICE=$2; ADVICE_CAUSE=${3:-none} }; return 0 }
+advice_for() { # advice_for PLACE FINDING: REPLY is the advice, ADVICE_PLACE the place
+    ADVICE_PLACE=$1
     case $1 in
     local) REPLY="$2, inside your own network. Restart your router, move closer to the Wi-Fi or use a cable, and run Trace Route again; at work, send this report to your IT department." ;;
     provider) REPLY="$2, outside your own network. Send this report to your internet provider or IT department, and to Orvanta support if it persists." ;;
@@ -294,7 +295,7 @@ trace_one() {
     if ! orv_is_ip $host; then
         if orv_resolve $host; then dest=$reply[1]; else
             orv_result FAIL "$label $host: the name does not resolve"
-            advise 4 "The name $host does not resolve on this computer. Check the DNS and VPN settings, or run Connector Reachability and send its report to Orvanta support."
+            advise 4 "The name $host does not resolve on this computer. Check the DNS and VPN settings, or run Connector Reachability and send its report to Orvanta support." dns
             orv_para "" "Not traced: the name does not resolve with the system resolver."; return
         fi
     fi
@@ -475,7 +476,7 @@ trace_one() {
         local rounds_text=""; (( markn[$failed_hop] < round )) && rounds_text=" in $markn[$failed_hop] of $round round(s)"
         orv_result FAIL "$label $host: hop $failed_hop ($at) answered: $mark[$failed_hop]$rounds_text"
         place $fail_i; advice_for $REPLY "A router at hop $failed_hop ($at) refused the path to the $noun"
-        advise 5 $REPLY
+        advise 5 $REPLY $ADVICE_PLACE
     elif (( reached )); then
         orv_result OK "$label $host reached in $dest_hop hop(s): avg $H_AVG[dest_i] ms, loss $H_LOSS[dest_i]%"
         if (( loss_at )); then
@@ -483,7 +484,7 @@ trace_one() {
             if (( loss_at == dest_i )); then place_text="only at the destination"; else place_text="from hop $H_NO[loss_at] ($at) on"; fi
             orv_result WARN "$label $host: $H_LOSS[dest_i]% of the probes to the destination were lost, $place_text"
             place $loss_at; advice_for $REPLY "Probes to the $noun are lost from hop $H_NO[loss_at] ($at) on"
-            advise 3 $REPLY
+            advise 3 $REPLY $ADVICE_PLACE
         fi
     elif (( n == 0 )); then
         orv_result FAIL "$label $host: the trace produced no hops ($ended)${notes:+: $notes[1]}"
@@ -501,7 +502,7 @@ trace_one() {
         who_in ${H_ADDR[jump_at]%% *}; at=$REPLY
         orv_result INFO "$label: latency jumps by $(printf '%.0f' $jump) ms at hop $H_NO[jump_at] ($at)"
         place $jump_at; advice_for $REPLY "Latency to the $noun rises at hop $H_NO[jump_at] ($at) and stays high"
-        advise 2 $REPLY
+        advise 2 $REPLY $ADVICE_PLACE
     fi
 
     # Console: the figures per hop, as mtr prints them.
@@ -617,14 +618,13 @@ for line in ${(u)FALLBACK_NOTES}; do orv_result INFO "Probes: $line"; done
 
 # --- What to do next, chosen by the most serious finding.
 if (( GATEWAY_FAILED )); then
-    advise 9 "This computer does not reach its own router. Check the Wi-Fi or cable and restart the router, then run Trace Route again; if it stays like this, ask whoever runs this network."
+    advise 9 "This computer does not reach its own router. Check the Wi-Fi or cable and restart the router, then run Trace Route again; if it stays like this, ask whoever runs this network." local
 fi
 if (( STOP )) && (( ADVICE_RANK < 2 )); then
     ADVICE="The trace was $STOP_REASON before it finished, so this report is incomplete. Run Trace Route again and let it finish before sending the report to support."
 fi
 [[ -n $ADVICE ]] || ADVICE="Nothing to fix on these paths. If the client still misbehaves, run Connector Reachability and send both reports to Orvanta support."
-orv_section "What to do next"
-orv_para "" "$ADVICE"
+orv_next_steps $ADVICE_CAUSE "$ADVICE"
 
 if (( ORV_FAILED )); then
     vclass=fail; vtitle="$ORV_FAILED trace(s) failed"; vlines=($ORV_FAILURES $ORV_WARNINGS)
