@@ -17,6 +17,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -922,22 +923,44 @@ void ScriptsTest::monitorStoppedByTerminationWritesOutageReport() {
     env.insert(QStringLiteral("ORVANTA_PROBE_TIMEOUT"), QStringLiteral("0.5"));
     env.insert(QStringLiteral("ORVANTA_MINUTE_SECONDS"), QStringLiteral("1"));
     const QString mark = markRun(env);
-    QProcess* p = start(QStringLiteral("orvanta-mac-network-monitor.zsh"), {"--indefinite"}, env);
+    // The console is a pipe read here, so that its reader can go away first, as the application does at quit.
+    const QByteArray fifo = QFile::encodeName(home.path() + QStringLiteral("/console"));
+    QCOMPARE(::mkfifo(fifo.constData(), 0600), 0);
+    const int console = ::open(fifo.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    QVERIFY(console >= 0);
+    auto* p = new QProcess(this);
+    p->setProgram(QStringLiteral("/bin/zsh"));
+    p->setArguments({scriptsDir + QStringLiteral("/orvanta-mac-network-monitor.zsh"), "--indefinite"});
+    p->setWorkingDirectory(home.path());
+    p->setProcessEnvironment(env);
+    p->setProcessChannelMode(QProcess::MergedChannels);
+    p->setStandardOutputFile(QFile::decodeName(fifo));
+    p->start();
     QString out;
-    QTRY_VERIFY_WITH_TIMEOUT((out += QString::fromUtf8(p->readAll())).contains(QStringLiteral("minute 2:")),
-                             20000);
+    const auto readConsole = [&] {
+        char buffer[4096];
+        for (ssize_t n; (n = ::read(console, buffer, sizeof buffer)) > 0;)
+            out += QString::fromUtf8(buffer, n);
+        return out;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(readConsole().contains(QStringLiteral("minute 2:")), 20000);
     QVERIFY2(out.contains(QStringLiteral("DOWN  Relay 127.0.0.1")), qPrintable(out));
+    QCOMPARE(strayConsoleLine(out, false), QString());
+    // Stopped as at the application's quit: the console's reader is gone, and the script must still write
+    // its report.
+    ::close(console);
     p->terminate();
     QVERIFY(p->waitForFinished(10000));
-    out += QString::fromUtf8(p->readAll());
-    Run r{p->exitStatus() == QProcess::NormalExit ? p->exitCode() : -1, out};
+    QVERIFY2(p->exitStatus() == QProcess::NormalExit && p->exitCode() == 1, "an outage was seen");
     delete p;
-    QVERIFY2(r.exitCode == 1, qPrintable(out)); // an outage was seen
-    QVERIFY(out.contains(QStringLiteral("stopped by a termination request")));
     QTRY_VERIFY2(survivors(mark).isEmpty(), qPrintable(survivors(mark).join(u' ')));
-    QCOMPARE(strayConsoleLine(out, true), QString());
-    const QString report = checkReport(r, home.path(), QStringLiteral("OrvantaNetMonitor_"));
+    const QStringList reports = QDir(home.path() + QStringLiteral("/Desktop"))
+                                    .entryList({QStringLiteral("OrvantaNetMonitor_*.html")}, QDir::Files);
+    QCOMPARE(reports.size(), 1);
+    const QString report = checkReport({1, home.path() + QStringLiteral("/Desktop/") + reports.first()},
+                                       home.path(), QStringLiteral("OrvantaNetMonitor_"));
     REPORT_OK(report);
+    QVERIFY(report.contains(QStringLiteral("stopped by a termination request")));
     // The relay's outage is listed and blamed on the service; the resolver, gateway and front end answered.
     const QRegularExpression outageRow(
         QStringLiteral("<tr><td><span class=\"b fail\">FAIL</span></td><td>[0-9:]+</td>"

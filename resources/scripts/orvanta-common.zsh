@@ -17,8 +17,8 @@ zmodload zsh/zselect 2>/dev/null
 zmodload zsh/net/tcp 2>/dev/null
 zmodload zsh/parameter 2>/dev/null
 setopt extended_glob pipe_fail no_nomatch
-# At quit the application asks a running script to stop and does not wait for it: once the application has
-# gone, the console has no reader, and a write there must not end the script before its report is written.
+# At quit the application asks a running script to stop and does not wait for it: once it has gone, the
+# console has no reader, and a write there must not end the script before its report is written (see orv_say).
 trap '' PIPE
 
 typeset -g ORV_SCRIPT_VERSION="1.0"
@@ -46,7 +46,9 @@ typeset -gA ORV_TOOL_NOTED
 orv_say() {
     local ts
     strftime -s ts %H:%M:%S $EPOCHSECONDS
-    print -r -- "[$ts] $*"
+    # A console nobody reads any more (the application has quit) is let go, so the run still ends with its
+    # report; zsh would otherwise end the script at the first failed write.
+    { print -r -- "[$ts] $*" } 2>/dev/null || exec >/dev/null 2>&1
 }
 orv_step() { orv_say "-- $*" }
 # orv_result STATUS TEXT: STATUS is OK, FAIL, WARN, SKIP or INFO; FAIL and WARN are counted for the verdict.
