@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,12 +31,18 @@ namespace {
 const QString scriptsDir = QStringLiteral(ORVANTA_SOURCE_DIR "/resources/scripts");
 const QString searchPath = QStringLiteral("/usr/local/bin:/opt/homebrew/bin:/usr/bin:/bin:/usr/sbin:/sbin");
 
-// A port on 127.0.0.1 that nothing listens on (bound, read, released).
-int freePort(int type) {
-    const int fd = ::socket(AF_INET, type, 0);
+sockaddr_in loopback4(int port) {
     sockaddr_in a{};
     a.sin_family = AF_INET;
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = htons(port);
+    return a;
+}
+
+// A port on 127.0.0.1 that nothing listens on (bound, read, released).
+int freePort(int type) {
+    const int fd = ::socket(AF_INET, type, 0);
+    sockaddr_in a = loopback4(0);
     socklen_t len = sizeof a;
     ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
     ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
@@ -43,56 +50,75 @@ int freePort(int type) {
     return ntohs(a.sin_port);
 }
 
-// Answers every DNS query on a loopback UDP port with an empty NOERROR reply.
-class DnsResponder {
+// A socket on a free port of 127.0.0.1, served on a thread of its own: `ready` runs whenever it is readable.
+// A subclass calls stop() first in its destructor, so that nothing serves with its members gone.
+class LoopbackServer {
 public:
-    DnsResponder() {
-        fd_ = ::socket(AF_INET, SOCK_DGRAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof a;
-        ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
-        port_ = ntohs(a.sin_port);
-        thread_ = std::thread([this] { serve(); });
-    }
-    ~DnsResponder() {
-        stop_ = true;
-        thread_.join();
-        ::close(fd_);
-    }
     int port() const { return port_; }
 
-private:
-    void serve() {
-        while (!stop_) {
-            pollfd p{fd_, POLLIN, 0};
-            if (::poll(&p, 1, 100) <= 0)
-                continue;
-            unsigned char buf[512];
-            sockaddr_in from{};
-            socklen_t len = sizeof from;
-            const ssize_t n = ::recvfrom(fd_, buf, sizeof buf, 0, reinterpret_cast<sockaddr*>(&from), &len);
-            if (n < 12)
-                continue;
-            size_t end = 12; // header, then the question's labels, its terminating zero, type and class
-            while (end < size_t(n) && buf[end] != 0)
-                end += buf[end] + 1;
-            end += 5;
-            if (end > size_t(n))
-                continue;
-            buf[2] = 0x81; // response, recursion desired
-            buf[3] = 0x80; // recursion available, NOERROR
-            for (int i = 6; i < 12; ++i)
-                buf[i] = 0; // no answer, authority or additional records
-            ::sendto(fd_, buf, end, 0, reinterpret_cast<sockaddr*>(&from), len);
-        }
+protected:
+    void start(int type, std::function<void()> ready) {
+        fd_ = ::socket(AF_INET, type, 0);
+        sockaddr_in a = loopback4(0);
+        socklen_t len = sizeof a;
+        ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
+        if (type == SOCK_STREAM)
+            ::listen(fd_, 8);
+        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
+        port_ = ntohs(a.sin_port);
+        thread_ = std::thread([this, ready = std::move(ready)] {
+            while (!stop_) {
+                pollfd p{fd_, POLLIN, 0};
+                if (::poll(&p, 1, 100) > 0)
+                    ready();
+            }
+        });
+    }
+    void stop() {
+        stop_ = true;
+        if (thread_.joinable())
+            thread_.join();
+    }
+    ~LoopbackServer() {
+        stop();
+        ::close(fd_);
     }
     int fd_ = -1;
-    int port_ = 0;
     std::atomic<bool> stop_{false};
+
+private:
+    int port_ = 0;
     std::thread thread_;
+};
+
+// Answers every DNS query on a loopback UDP port with an empty NOERROR reply.
+class DnsResponder : public LoopbackServer {
+public:
+    DnsResponder() {
+        start(SOCK_DGRAM, [this] { answer(); });
+    }
+    ~DnsResponder() { stop(); }
+
+private:
+    void answer() {
+        unsigned char buf[512];
+        sockaddr_in from{};
+        socklen_t len = sizeof from;
+        const ssize_t n = ::recvfrom(fd_, buf, sizeof buf, 0, reinterpret_cast<sockaddr*>(&from), &len);
+        if (n < 12)
+            return;
+        size_t end = 12; // header, then the question's labels, its terminating zero, type and class
+        while (end < size_t(n) && buf[end] != 0)
+            end += buf[end] + 1;
+        end += 5;
+        if (end > size_t(n))
+            return;
+        buf[2] = 0x81; // response, recursion desired
+        buf[3] = 0x80; // recursion available, NOERROR
+        for (int i = 6; i < 12; ++i)
+            buf[i] = 0; // no answer, authority or additional records
+        ::sendto(fd_, buf, end, 0, reinterpret_cast<sockaddr*>(&from), len);
+    }
 };
 
 // Listening sockets that never answer as a server should: `silent` drops every connection attempt (its accept
@@ -155,41 +181,21 @@ private:
 
 // An HTTP CONNECT proxy on loopback that takes every tunnel to one port of 127.0.0.1, whatever was asked: a
 // network where only the proxy gets through. One connection at a time, as the scripts make them.
-class ConnectProxy {
+class ConnectProxy : public LoopbackServer {
 public:
     explicit ConnectProxy(int targetPort) : target_(targetPort) {
-        fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof a;
-        ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-        ::listen(fd_, 8);
-        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
-        port_ = ntohs(a.sin_port);
-        thread_ = std::thread([this] { serve(); });
-    }
-    ~ConnectProxy() {
-        stop_ = true;
-        thread_.join();
-        ::close(fd_);
-    }
-    int port() const { return port_; }
-    int tunnels() const { return tunnels_; }
-
-private:
-    void serve() {
-        while (!stop_) {
-            pollfd p{fd_, POLLIN, 0};
-            if (::poll(&p, 1, 100) <= 0)
-                continue;
+        start(SOCK_STREAM, [this] {
             const int c = ::accept(fd_, nullptr, nullptr);
             if (c >= 0) {
                 tunnel(c);
                 ::close(c);
             }
-        }
+        });
     }
+    ~ConnectProxy() { stop(); }
+    int tunnels() const { return tunnels_; }
+
+private:
     void tunnel(int c) {
         std::string head;
         char buf[4096];
@@ -205,11 +211,8 @@ private:
         if (head.rfind("CONNECT ", 0) != 0)
             return;
         const int s = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        a.sin_port = htons(target_);
-        if (::connect(s, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+        const sockaddr_in a = loopback4(target_);
+        if (::connect(s, reinterpret_cast<const sockaddr*>(&a), sizeof a) != 0) {
             ::close(s);
             return;
         }
@@ -230,12 +233,8 @@ private:
         }
         ::close(s);
     }
-    int fd_ = -1;
-    int port_ = 0;
     int target_ = 0;
     std::atomic<int> tunnels_{0};
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
 };
 
 // Writes an executable stand-in for a tool into DIR.
