@@ -15,12 +15,16 @@
 #include <QJsonObject>
 
 #include <QProcess>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <cmath>
 #include <limits>
+
+#include <cstdio>
+#include <ctime>
 
 #include <sys/stat.h>
 
@@ -86,8 +90,9 @@ class WorldFileTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
-    void defaultsOfAnEmptyWorld();
     void everyKey();
+    void timesAreUtcInEveryZone_data();
+    void timesAreUtcInEveryZone();
     void windowAttributesAsWritten();
     void windowServerKeepsNumberKinds();
     void appleScriptForms();
@@ -120,17 +125,6 @@ QString WorldFileTest::writeFile(const QString& name, const QByteArray& content)
     return path;
 }
 
-void WorldFileTest::defaultsOfAnEmptyWorld() {
-    const SimWorld world = parsed("{}");
-    QVERIFY(!world.now);
-    QVERIFY(world.accessibilityTrusted);
-    QCOMPARE(world.appleEventsStatus, 0);
-    QVERIFY(!world.ownPid);
-    QVERIFY(world.runningApplications.isEmpty());
-    QVERIFY(!world.appleScript);
-    QCOMPARE(world.windowServer.kind, SimWindowList::Kind::derived);
-}
-
 void WorldFileTest::everyKey() {
     const SimWorld world = parsed(R"({
         "now": "2025-03-04T09:15:27Z",
@@ -155,10 +149,40 @@ void WorldFileTest::everyKey() {
     QCOMPARE(world.windowsError.value(9), -25204);
     QCOMPARE(world.windowServer.kind, SimWindowList::Kind::none);
 
-    // A time without a zone is UTC; one with an offset is converted.
-    QCOMPARE(*parsed(R"({"now": "2025-03-04T09:15:27"})").now,
-             QDateTime(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC));
-    QCOMPARE(parsed(R"({"now": "2025-03-04T04:15:27-05:00"})").now->toUTC().time(), QTime(9, 15, 27));
+    // The integers at the edges of 32 bits are read, not rejected.
+    const SimWorld edges = parsed(R"({"ownPid": 2147483647, "appleEventsStatus": -2147483648})");
+    QCOMPARE(*edges.ownPid, std::numeric_limits<int>::max());
+    QCOMPARE(edges.appleEventsStatus, std::numeric_limits<int>::min());
+}
+
+void WorldFileTest::timesAreUtcInEveryZone_data() {
+    QTest::addColumn<QByteArray>("zone");
+    QTest::newRow("UTC") << QByteArray("UTC");
+    QTest::newRow("Kiritimati") << QByteArray("Pacific/Kiritimati");
+    QTest::newRow("Adak") << QByteArray("America/Adak");
+}
+
+void WorldFileTest::timesAreUtcInEveryZone() {
+    QFETCH(QByteArray, zone);
+    const QByteArray saved = qgetenv("TZ");
+    qputenv("TZ", zone);
+    ::tzset();
+    const auto restore = qScopeGuard([&] {
+        saved.isNull() ? qunsetenv("TZ") : qputenv("TZ", saved);
+        ::tzset();
+    });
+    // A time without a zone is UTC, whatever zone the machine is in; one with an offset is converted.
+    const QDateTime expected(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC);
+    QCOMPARE(*parsed(R"({"now": "2025-03-04T09:15:27"})").now, expected);
+    QCOMPARE(*parsed(R"({"now": "2025-03-04T04:15:27-05:00"})").now, expected);
+    const QVariantList dates =
+        parsed(R"({"windowServer": [{"$date": "2025-03-04T09:15:27"}, {"$date": "2025-03-04T09:15:27Z"}]})")
+            .windowServer.value.toList();
+    QCOMPARE(dates.at(0).toDateTime(), expected);
+    QCOMPARE(dates.at(1).toDateTime(), expected);
+    // The pass's header is in UTC too.
+    QCOMPARE(passLines(parsed(detectWorld(QStringLiteral("not trusted")))).first(),
+             QStringLiteral("=== Detection @ 2025-03-04 09:15:27 +0000 ==="));
 }
 
 void WorldFileTest::windowAttributesAsWritten() {
@@ -281,11 +305,14 @@ void WorldFileTest::faultsNameTheLine_data() {
         << QStringLiteral("w.json:1: \"appleScript\": expected one of");
     QTest::newRow("bad time") << QByteArray("{\"now\": \"yesterday\"}")
                               << QStringLiteral("w.json:1: \"now\": not an ISO 8601 time");
-    QTest::newRow("32 bits") << QByteArray("{\"ownPid\": 4294967296}")
+    QTest::newRow("32 bits") << QByteArray("{\"ownPid\": 2147483648}")
                              << QStringLiteral("w.json:1: \"ownPid\": the integer does not fit in 32 bits");
     QTest::newRow("64 bits") << QByteArray("{\"windowServer\": [1,\n {\"X\": -9223372036854775809}]}")
                              << QStringLiteral(
                                     "w.json:2: \"windowServer[1].X\": the integer does not fit in 64 bits");
+    QTest::newRow("unsigned 64 bits")
+        << QByteArray("{\"windowServer\": [18446744073709551616]}")
+        << QStringLiteral("w.json:1: \"windowServer[0]\": the integer does not fit in 64 bits");
     QTest::newRow("repeated key") << QByteArray("{\"ownPid\": 1,\n\"ownPid\": 2}")
                                   << QStringLiteral("w.json:2: \"ownPid\": duplicate key");
     QTest::newRow("attribute with value and error")
@@ -326,12 +353,14 @@ void WorldFileTest::watcherFollowsTheFile() {
     QVERIFY(failed.first().first().toString().startsWith(path + QStringLiteral(":1: \"ownPid\"")));
     QCOMPARE(desktop.processId(), 2);
 
-    // An editor that saves by replacing the file is followed too.
-    const QString replacement = writeFile(QStringLiteral("replacement.tmp"), R"({"ownPid": 4})");
+    // Editors that save by deleting and writing anew, or by renaming a new file over the old one (which
+    // only the folder sees), are followed too, and so is every write after that.
     QVERIFY(QFile::remove(path));
-    QVERIFY(QFile::rename(replacement, path));
-    QVERIFY(reloaded.wait(5000));
-    QCOMPARE(desktop.processId(), 4);
+    writeFile(QStringLiteral("watched.json"), R"({"ownPid": 3})");
+    QTRY_COMPARE_WITH_TIMEOUT(desktop.processId(), 3, 5000);
+    const QString replacement = writeFile(QStringLiteral("replacement.tmp"), R"({"ownPid": 4})");
+    QCOMPARE(::rename(QFile::encodeName(replacement).constData(), QFile::encodeName(path).constData()), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(desktop.processId(), 4, 5000);
     writeFile(QStringLiteral("watched.json"), R"({"ownPid": 5})");
     QTRY_COMPARE_WITH_TIMEOUT(desktop.processId(), 5, 5000);
 }

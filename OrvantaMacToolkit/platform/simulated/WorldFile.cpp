@@ -392,9 +392,11 @@ private:
                 return fail(line, QStringLiteral("\"$double\" takes a number, \"NaN\", \"Infinity\" or "
                                                  "\"-Infinity\""));
         } else if (tag == QLatin1String("$date")) {
-            const QDateTime time = QDateTime::fromString(inner.toString(), Qt::ISODateWithMs);
+            QDateTime time = QDateTime::fromString(inner.toString(), Qt::ISODateWithMs);
             if (inner.typeId() != QMetaType::QString || !time.isValid())
                 return fail(line, QStringLiteral("\"$date\" takes an ISO 8601 time"));
+            if (time.timeSpec() == Qt::LocalTime) // as for "now": no zone written means UTC
+                time.setTimeZone(QTimeZone::utc());
             out = time;
         } else if (tag == QLatin1String("$data")) {
             const auto data = QByteArray::fromBase64Encoding(inner.toString().toLatin1(),
