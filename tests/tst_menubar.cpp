@@ -5,10 +5,15 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QDir>
 #include <QMenu>
 #include <QPainter>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 using namespace orvanta;
 using Kind = MenuRow::Kind;
@@ -228,6 +233,16 @@ private Q_SLOTS:
     void secondLaunchAsksTheFirstToShow() {
         const QString key =
             QStringLiteral("orvanta-test-") + QString::number(QCoreApplication::applicationPid());
+        // A copy that crashed left its socket behind, bound but with nobody listening.
+        const QByteArray path = QFile::encodeName(QDir::tempPath() + u'/' + key);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
+        const int stale = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        QCOMPARE(::bind(stale, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ::close(stale);
+        QVERIFY(QFileInfo::exists(QFile::decodeName(path)));
+
         SingleInstance first(key);
         QCOMPARE(first.claim(), SingleInstance::Role::primary);
         QSignalSpy shown(&first, &SingleInstance::showRequested);
