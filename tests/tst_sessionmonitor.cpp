@@ -59,7 +59,6 @@ std::shared_ptr<DebugLog> newLog() {
 class SessionMonitorTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void initialState();
     void equalPassesAssignStatusOnce();
     void reorderedSessionsArePublished();
     void wakeAddsOnePassWithoutMovingTheRhythm_data();
@@ -68,29 +67,26 @@ private Q_SLOTS:
     void userSignalWakesTheSimulatedApplication();
 };
 
-void SessionMonitorTest::initialState() {
-    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Desk 1"))}));
-    SessionMonitor monitor(desktop.platform(), newLog());
-    QCOMPARE(monitor.status(), DetectorStatus::appNotRunning());
-    QVERIFY(!monitor.lastUpdated().isValid());
-    QCOMPARE(monitor.pollIntervalMs(), 5000);
-    QCOMPARE(SessionMonitor::queueLabel, QStringLiteral("com.orvanta.mactoolkit.session-monitor"));
-    // Started, but before the main thread has taken the first publication, nothing has changed yet.
-    monitor.start();
-    QCOMPARE(monitor.status(), DetectorStatus::appNotRunning());
-    QVERIFY(!monitor.lastUpdated().isValid());
-}
-
 void SessionMonitorTest::equalPassesAssignStatusOnce() {
     SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Desk 1"))}));
     ObservedPorts ports(desktop);
     const auto log = newLog();
     PassRecorder passes(*log);
-    SessionMonitor monitor(ports.platform(), log, nullptr, {150, 3000});
+    constexpr int interval = 150;
+    SessionMonitor monitor(ports.platform(), log, nullptr, {interval, 3000});
+    QCOMPARE(SessionMonitor(desktop.platform(), log).pollIntervalMs(), 5000);
     QSignalSpy statusSpy(&monitor, &SessionMonitor::statusChanged);
     QSignalSpy updatedSpy(&monitor, &SessionMonitor::lastUpdatedChanged);
+    const qint64 started = passes.now();
     monitor.start();
-    QTRY_VERIFY_WITH_TIMEOUT(updatedSpy.size() >= 2, 10000);
+    // Nothing is published before the main thread takes the first pass.
+    QCOMPARE(monitor.status(), DetectorStatus::appNotRunning());
+    QVERIFY(!monitor.lastUpdated().isValid());
+    // Starting again restarts the rhythm; it never adds a second one.
+    monitor.start();
+    QTRY_VERIFY_WITH_TIMEOUT(updatedSpy.size() >= 10, 10000);
+    const qsizetype count = passes.times().size();
+    QVERIFY2(count <= (passes.now() - started) / interval + 3, qPrintable(QString::number(count)));
     QCOMPARE(statusSpy.size(), 1);
     QCOMPARE(monitor.status(),
              DetectorStatus::withSessions({{QStringLiteral("Desk 1"), SessionInfo::Source::axNamed}}));
