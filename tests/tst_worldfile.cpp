@@ -27,6 +27,7 @@
 #include <ctime>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace orvanta;
 using namespace orvanta::platform;
@@ -359,6 +360,8 @@ void WorldFileTest::watcherFollowsTheFile() {
     writeFile(QStringLiteral("watched.json"), R"({"ownPid": 3})");
     QTRY_COMPARE_WITH_TIMEOUT(desktop.processId(), 3, 5000);
     const QString replacement = writeFile(QStringLiteral("replacement.tmp"), R"({"ownPid": 4})");
+    // The old version lives on as a backup, so its watch sees neither a change nor a removal.
+    QCOMPARE(::link(QFile::encodeName(path).constData(), QFile::encodeName(path + u'~').constData()), 0);
     QCOMPARE(::rename(QFile::encodeName(replacement).constData(), QFile::encodeName(path).constData()), 0);
     QTRY_COMPARE_WITH_TIMEOUT(desktop.processId(), 4, 5000);
     writeFile(QStringLiteral("watched.json"), R"({"ownPid": 5})");

@@ -928,7 +928,11 @@ void WorldFileWatcher::watch() {
     const QString folder = QFileInfo(m_path).absolutePath();
     if (!m_watcher.directories().contains(folder))
         m_watcher.addPath(folder);
-    if (!m_watcher.files().contains(m_path) && QFileInfo::exists(m_path))
+    // Re-armed on every reload: after a rename-over save the old watch may still follow the old version,
+    // kept alive by a backup link, and would miss every later write. The read comes after this.
+    if (m_watcher.files().contains(m_path))
+        m_watcher.removePath(m_path);
+    if (QFileInfo::exists(m_path))
         m_watcher.addPath(m_path);
 }
 
