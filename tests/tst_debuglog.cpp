@@ -34,8 +34,8 @@ void DebugLogTest::boundKeepsTheNewestLines_data() {
     const QStringList old = numbered(QStringLiteral("old"), 1995);
     const QStringList fresh = numbered(QStringLiteral("new"), 8);
     QTest::newRow("oldest dropped") << 2000 << QList<QStringList>{old, fresh} << old.mid(3) + fresh;
-    QTest::newRow("exactly full") << 2000 << QList<QStringList>{old, fresh.mid(0, 5)}
-                                  << old + fresh.mid(0, 5);
+    QTest::newRow("one line over") << 2000 << QList<QStringList>{old, fresh.mid(0, 6)}
+                                   << old.mid(1) + fresh.mid(0, 6);
     QTest::newRow("batch longer than the log")
         << 5 << QList<QStringList>{numbered(QStringLiteral("a"), 3), numbered(QStringLiteral("b"), 12)}
         << numbered(QStringLiteral("b"), 12).mid(7);
