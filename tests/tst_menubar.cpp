@@ -82,9 +82,9 @@ private Q_SLOTS:
         QTest::newRow("flags 20") << flag.repeated(20) << flag.repeated(15) + QChar(0x2026);
         QTest::newRow("cjk 17") << QStringLiteral("会").repeated(17)
                                 << QStringLiteral("会").repeated(15) + QChar(0x2026);
-        // Controls are shown, not acted on: a tab, a line feed, a line separator, a C1 control.
-        QTest::newRow("controls") << QStringLiteral("A\tB\nC\u2028D\u009B")
-                                  << QStringLiteral("A\u2409B\u240AC\u2424D\uFFFD");
+        // Controls are shown, not acted on: a tab, a line feed, a line separator, a C1 control, DELETE.
+        QTest::newRow("controls") << QStringLiteral("A\tB\nC\u2028D\u009B\u007F~")
+                                  << QStringLiteral("A\u2409B\u240AC\u2424D\uFFFD\u2421~");
         QTest::newRow("controls 17") << QStringLiteral("\t").repeated(17)
                                      << QStringLiteral("\u2409").repeated(15) + QChar(0x2026);
     }
