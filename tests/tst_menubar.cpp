@@ -41,66 +41,31 @@ class MenuBarTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void labelAndSessionRows_data() {
-        QTest::addColumn<bool>("trusted");
-        QTest::addColumn<DetectorStatus>("status");
-        QTest::addColumn<QString>("text"); // empty: the symbol alone
-        QTest::addColumn<QString>("symbol");
-        QTest::addColumn<QStringList>("rows");
-        const QString warning = MenuBarLabel::warningSymbol, idle = MenuBarLabel::idleSymbol;
-        const QStringList permissions{QStringLiteral("Permissions required")};
-        const auto work = DetectorStatus::withSessions({named(QStringLiteral("Work desktop"))});
-        const QStringList workRows{QStringLiteral("Active Sessions (1)"), QStringLiteral("Work desktop")};
+    void labelFollowsTrustThenSessions() {
+        const auto sessions = DetectorStatus::withSessions({named(QStringLiteral("Work desktop"))});
         // Missing trust wins over a listed session; trust with a stale permission status is just idle.
-        QTest::newRow("not trusted") << false << work << QString() << warning << workRows;
-        QTest::newRow("stale trust status")
-            << true << DetectorStatus::needsAXPermission() << QString() << idle << permissions;
-        QTest::newRow("no Apple Events")
-            << true << DetectorStatus::needsAEPermission() << QString() << idle << permissions;
-        QTest::newRow("client not running") << true << DetectorStatus::appNotRunning() << QString() << idle
-                                            << QStringList{QStringLiteral("Windows App not running")};
-        QTest::newRow("no session") << true << DetectorStatus::noActiveSession() << QString() << idle
-                                    << QStringList{QStringLiteral("No active sessions")};
-        QTest::newRow("one session") << true << work << QStringLiteral("1\u25CF Work desktop") << idle
-                                     << workRows;
-        QTest::newRow("unnamed only")
-            << true << DetectorStatus::withSessions({untitled(), untitled()}) << QStringLiteral("2\u25CF")
-            << idle
-            << QStringList{QStringLiteral("Active Sessions (2)"), QStringLiteral("Background session"),
-                           QStringLiteral("Background session")};
-        // Every session counts; the first named one gives the title.
-        QTest::newRow("first named title")
-            << true
-            << DetectorStatus::withSessions(
-                   {untitled(SessionInfo::Source::axUnnamed), named(QStringLiteral("Accounting")),
-                    named(QStringLiteral("Later"), SessionInfo::Source::appleScript)})
-            << QStringLiteral("3\u25CF Accounting") << idle
-            << QStringList{QStringLiteral("Active Sessions (3)"), QStringLiteral("Background session"),
-                           QStringLiteral("Accounting"), QStringLiteral("Later")};
+        QCOMPARE(MenuBarLabel::content(false, sessions).symbol, MenuBarLabel::warningSymbol);
+        QVERIFY(MenuBarLabel::content(false, sessions).text.isEmpty());
+        QCOMPARE(MenuBarLabel::content(true, DetectorStatus::needsAXPermission()).symbol,
+                 MenuBarLabel::idleSymbol);
+        for (const auto& status : {DetectorStatus::needsAEPermission(), DetectorStatus::appNotRunning(),
+                                   DetectorStatus::noActiveSession()}) {
+            const auto label = MenuBarLabel::content(true, status);
+            QCOMPARE(label.symbol, MenuBarLabel::idleSymbol);
+            QVERIFY(label.text.isEmpty());
+        }
+        const auto label = MenuBarLabel::content(true, sessions);
+        QCOMPARE(label.text, QStringLiteral("1\u25CF Work desktop"));
+        QCOMPARE(label.toolTip, label.text);
     }
 
-    void labelAndSessionRows() {
-        QFETCH(bool, trusted);
-        QFETCH(DetectorStatus, status);
-        QFETCH(QString, text);
-        QFETCH(QString, symbol);
-        QFETCH(QStringList, rows);
-        const auto label = MenuBarLabel::content(trusted, status);
-        QCOMPARE(label.text, text);
-        QCOMPARE(label.symbol, symbol);
-        if (!text.isEmpty())
-            QCOMPARE(label.toolTip, text);
-        QStringList texts;
-        const QList<MenuRow> section = MenuBarContent::sessionSection(status);
-        for (qsizetype i = 0; i < section.size(); ++i) {
-            texts << section[i].text;
-            // Only session rows act, each on its own session.
-            QCOMPARE(section[i].kind, i > 0 && status.kind() == DetectorStatus::Kind::sessions
-                                          ? MenuRow::Kind::session
-                                          : MenuRow::Kind::information);
-            QCOMPARE(section[i].sessionIndex, section[i].kind == MenuRow::Kind::session ? i - 1 : -1);
-        }
-        QCOMPARE(texts, rows);
+    void labelCountsEverySessionAndShowsFirstNamedTitle() {
+        const auto unnamedOnly = DetectorStatus::withSessions({untitled(), untitled(), untitled()});
+        QCOMPARE(MenuBarLabel::content(true, unnamedOnly).text, QStringLiteral("3\u25CF"));
+        const auto mixed = DetectorStatus::withSessions(
+            {untitled(SessionInfo::Source::axUnnamed), named(QStringLiteral("Accounting")),
+             named(QStringLiteral("Later"), SessionInfo::Source::appleScript)});
+        QCOMPARE(MenuBarLabel::content(true, mixed).text, QStringLiteral("3\u25CF Accounting"));
     }
 
     void titleIsCutByUserPerceivedCharacters_data() {
@@ -131,6 +96,23 @@ private Q_SLOTS:
         const auto label =
             MenuBarLabel::content(true, DetectorStatus::withSessions({named(title), untitled()}));
         QCOMPARE(label.text, QStringLiteral("2\u25CF ") + expected);
+    }
+
+    void sessionSectionForEveryStatus() {
+        const QList<MenuRow> permissions{{Kind::information, QStringLiteral("Permissions required")}};
+        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::needsAXPermission()), permissions);
+        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::needsAEPermission()), permissions);
+        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::appNotRunning()),
+                 (QList<MenuRow>{{Kind::information, QStringLiteral("Windows App not running")}}));
+        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::noActiveSession()),
+                 (QList<MenuRow>{{Kind::information, QStringLiteral("No active sessions")}}));
+        const auto three = DetectorStatus::withSessions(
+            {named(QStringLiteral("One")), untitled(), named(QStringLiteral("Three"))});
+        QCOMPARE(MenuBarContent::sessionSection(three),
+                 (QList<MenuRow>{{Kind::information, QStringLiteral("Active Sessions (3)")},
+                                 {Kind::session, QStringLiteral("One"), 0},
+                                 {Kind::session, QStringLiteral("Background session"), 1},
+                                 {Kind::session, QStringLiteral("Three"), 2}}));
     }
 
     void menuWidgetsRebuildAndAct() {
