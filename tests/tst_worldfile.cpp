@@ -94,9 +94,7 @@ private Q_SLOTS:
     void everyKey();
     void timesAreUtcInEveryZone_data();
     void timesAreUtcInEveryZone();
-    void windowAttributesAsWritten();
     void windowServerKeepsNumberKinds();
-    void appleScriptForms();
     void faultsNameTheLine_data();
     void faultsNameTheLine();
     void watcherFollowsTheFile();
@@ -186,33 +184,6 @@ void WorldFileTest::timesAreUtcInEveryZone() {
              QStringLiteral("=== Detection @ 2025-03-04 09:15:27 +0000 ==="));
 }
 
-void WorldFileTest::windowAttributesAsWritten() {
-    // Missing keys fail the read; other types are read as given, and the scan rejects them.
-    SimWorld world = parsed(R"({"ownPid": 4242, "runningApplications": [)" + clientApp + R"(],
-        "windows": {"812": [
-            {"title": "Desk 1", "subrole": "AXStandardWindow", "size": [1920.0, 1080], "minimized": false},
-            {"subrole": "AXUnknown", "size": [1920, 1080], "minimized": false},
-            {"title": 7, "subrole": null, "size": "1920x1080", "minimized": "no"},
-            {"title": "Mine", "size": [1920, 1080], "pid": 4242},
-            {"title": "Unknown owner", "size": [1920, 1080], "pid": null}
-        ]}})");
-    SimulatedDesktop desktop(world);
-    DebugCollector collector;
-    const auto scan = SessionDetector::scanAXWindows(desktop.platform(), 812, &collector);
-    QCOMPARE(scan.namedTitles, (QStringList{QStringLiteral("Desk 1"), QStringLiteral("Unknown owner")}));
-    QCOMPARE(scan.unnamedCount, 1);
-    QCOMPARE(
-        collector.lines.mid(1),
-        (QStringList{
-            QStringLiteral("  AX win title=\"Desk 1\" subrole=AXStandardWindow size=1920x1080 min=false"),
-            QStringLiteral("  AX win title=\"\" subrole=AXUnknown size=1920x1080 min=false"),
-            QStringLiteral("  AX win title=\"\" subrole= size=0x0 min=false"),
-            QStringLiteral("OWN-PID exclusion fired (winPid=4242). Should be unreachable."),
-            QStringLiteral("  AX win title=\"Unknown owner\" subrole= size=1920x1080 min=false"),
-            QStringLiteral("AX detect: 2 named, 1 unnamed"),
-        }));
-}
-
 void WorldFileTest::windowServerKeepsNumberKinds() {
     const SimWorld world = parsed(R"({"windowServer": [
         {"kCGWindowOwnerPID": 812, "kCGWindowLayer": 0,
@@ -245,32 +216,6 @@ void WorldFileTest::windowServerKeepsNumberKinds() {
     QVERIFY(std::isnan(integers.at(6).toDouble()));
     QCOMPARE(integers.at(7).toDateTime(), QDateTime(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC));
     QCOMPARE(integers.at(8).toByteArray(), QByteArray("\x00\x01", 2));
-
-    // Derived lists are floating point, as on macOS, and hold only windows of running processes.
-    SimulatedDesktop derived(parsed(R"({"runningApplications": [)" + clientApp + R"(],
-        "windows": {"812": [{"size": [1400, 800]}], "77": [{"size": [1920, 1080]}]}})"));
-    const QVariantList windows = derived.copyWindowInfo(windowList::excludeDesktopElements, 0)->toList();
-    QCOMPARE(windows.size(), 1);
-    const QVariantMap entry = windows.first().toMap();
-    QCOMPARE(entry.value(windowList::ownerPID), QVariant(812));
-    QCOMPARE(entry.value(windowList::layer), QVariant(0));
-    QCOMPARE(entry.value(windowList::bounds).toMap().value(windowList::width).typeId(), QMetaType::Double);
-    QCOMPARE(SessionDetector::countLargeHiddenWindows(derived.platform()), 1);
-}
-
-void WorldFileTest::appleScriptForms() {
-    const auto outcome = [](const QByteArray& form) {
-        return *parsed(R"({"appleScript": )" + form + "}").appleScript;
-    };
-    QCOMPARE(std::get<AppleScriptResult>(outcome(R"({"result": "A\nB\n"})")).text, QStringLiteral("A\nB\n"));
-    QVERIFY(!std::get<AppleScriptResult>(outcome(R"({"result": null})")).text);
-    QCOMPARE(std::get<AppleScriptError>(outcome(R"({"errorNumber": -1743})"))
-                 .info.value(appleScriptErrorNumberKey),
-             QVariant(-1743));
-    const QVariantMap info =
-        std::get<AppleScriptError>(outcome(R"({"error": {"NSAppleScriptErrorNumber": -1743.0}})")).info;
-    QCOMPARE(info.value(appleScriptErrorNumberKey).typeId(), QMetaType::Double);
-    QVERIFY(std::holds_alternative<std::monostate>(outcome(R"({"noScriptObject": true})")));
 }
 
 void WorldFileTest::faultsNameTheLine_data() {
