@@ -5,6 +5,8 @@
 #include <QTest>
 #include <QThread>
 
+#include <algorithm>
+
 using namespace orvanta;
 
 namespace {
@@ -19,53 +21,40 @@ QStringList numbered(const QString& prefix, int count) {
 class DebugLogTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void collectorKeepsLinesInOrder();
-    void constantsAndLabel();
-    void boundDropsOldestLines();
-    void batchLongerThanCapacityKeepsItsTail();
+    void boundKeepsTheNewestLines_data();
+    void boundKeepsTheNewestLines();
     void batchesStayContiguousAndOrdered();
-    void emptyBatchSchedulesNothing();
     void neverTouchesDisk();
 };
 
-void DebugLogTest::collectorKeepsLinesInOrder() {
-    DebugCollector collector;
-    collector.log(QStringLiteral("one"));
-    collector.log(QString());
-    collector.log(QStringLiteral("  two"));
-    QCOMPARE(collector.lines, (QStringList{QStringLiteral("one"), QString(), QStringLiteral("  two")}));
+void DebugLogTest::boundKeepsTheNewestLines_data() {
+    QTest::addColumn<int>("capacity");
+    QTest::addColumn<QList<QStringList>>("batches");
+    QTest::addColumn<QStringList>("kept");
+    const QStringList old = numbered(QStringLiteral("old"), 1995);
+    const QStringList fresh = numbered(QStringLiteral("new"), 8);
+    QTest::newRow("oldest dropped") << 2000 << QList<QStringList>{old, fresh} << old.mid(3) + fresh;
+    QTest::newRow("one line over") << 2000 << QList<QStringList>{old, fresh.mid(0, 6)}
+                                   << old.mid(1) + fresh.mid(0, 6);
+    QTest::newRow("batch longer than the log")
+        << 5 << QList<QStringList>{numbered(QStringLiteral("a"), 3), numbered(QStringLiteral("b"), 12)}
+        << numbered(QStringLiteral("b"), 12).mid(7);
+    QTest::newRow("empty batch") << 3 << QList<QStringList>{{QStringLiteral("keep")}, {}}
+                                 << QStringList{QStringLiteral("keep")};
 }
 
-void DebugLogTest::constantsAndLabel() {
-    QCOMPARE(DebugLog::queueLabel, QStringLiteral("com.orvanta.mactoolkit.debug-log"));
-    QCOMPARE(DebugLog::defaultDirectory(),
-             QDir::homePath() + QStringLiteral("/.cache/orvanta_session_tracker"));
-    QCOMPARE(DebugLog::defaultPath(), DebugLog::defaultDirectory() + QStringLiteral("/debug.log"));
-    DebugLog log(2000, DebugLog::defaultPath());
-    QCOMPARE(log.maxLines(), 2000);
-    QCOMPARE(log.diskPath(), DebugLog::defaultPath());
-    QString echoThread;
-    log.setEcho([&](const QStringList&) { echoThread = QThread::currentThread()->objectName(); });
-    log.append({QStringLiteral("x")});
-    log.snapshot();
-    QCOMPARE(echoThread, DebugLog::queueLabel);
-}
-
-void DebugLogTest::boundDropsOldestLines() {
-    DebugLog log(2000, QString());
-    log.append(numbered(QStringLiteral("old"), 1995));
-    log.append(numbered(QStringLiteral("new"), 8));
-    const QStringList buffer = log.snapshot();
-    QCOMPARE(buffer.size(), 2000);
-    QCOMPARE(buffer.first(), QStringLiteral("old3"));
-    QCOMPARE(buffer.mid(1992), numbered(QStringLiteral("new"), 8));
-}
-
-void DebugLogTest::batchLongerThanCapacityKeepsItsTail() {
-    DebugLog log(5, QString());
-    log.append(numbered(QStringLiteral("a"), 3));
-    log.append(numbered(QStringLiteral("b"), 12));
-    QCOMPARE(log.snapshot(), numbered(QStringLiteral("b"), 12).mid(7));
+void DebugLogTest::boundKeepsTheNewestLines() {
+    QFETCH(int, capacity);
+    QFETCH(QList<QStringList>, batches);
+    QFETCH(QStringList, kept);
+    DebugLog log(capacity, QString());
+    int echoes = 0;
+    log.setEcho([&](const QStringList&) { ++echoes; });
+    for (const QStringList& batch : batches)
+        log.append(batch);
+    QCOMPARE(log.snapshot(), kept);
+    QCOMPARE(echoes,
+             int(std::count_if(batches.cbegin(), batches.cend(), [](auto& b) { return !b.isEmpty(); })));
 }
 
 void DebugLogTest::batchesStayContiguousAndOrdered() {
@@ -92,16 +81,6 @@ void DebugLogTest::batchesStayContiguousAndOrdered() {
         int& next = first.startsWith(QLatin1Char('m')) ? nextM : nextT;
         QCOMPARE(first.mid(1).chopped(2).toInt(), next++);
     }
-}
-
-void DebugLogTest::emptyBatchSchedulesNothing() {
-    DebugLog log(3, QString());
-    int echoes = 0;
-    log.setEcho([&](const QStringList&) { ++echoes; });
-    log.append({QStringLiteral("keep")});
-    log.append({});
-    QCOMPARE(log.snapshot(), QStringList{QStringLiteral("keep")});
-    QCOMPARE(echoes, 1);
 }
 
 void DebugLogTest::neverTouchesDisk() {

@@ -4,6 +4,8 @@
 #include <QTest>
 #include <QTimeZone>
 
+#include <limits>
+
 using namespace orvanta;
 using namespace orvanta::platform;
 using namespace orvanta::testing;
@@ -48,10 +50,11 @@ AppleScriptOutcome scriptError(const QVariant& number) {
 
 } // namespace
 
+Q_DECLARE_METATYPE(orvanta::platform::SimWorld)
+
 class DetectionTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void scriptSourceIsExact();
     void queryFiltersAndKeepsRepeats();
     void queryErrors_data();
     void queryErrors();
@@ -60,38 +63,10 @@ private Q_SLOTS:
     void censusRules();
     void censusWithoutListOrClient_data();
     void censusWithoutListOrClient();
-    void typicalPassTranscript();
-    void notTrustedHidesEverything();
-    void clientNotRunning();
+    void passes_data();
+    void passes();
     void mergeOrderAndRepeats();
-    void unnamedWindowsSkipTheCensus();
-    void refusedQuery();
-    void onlyTheFirstInstanceIsScanned();
-    void collectorIsOptional();
 };
-
-void DetectionTest::scriptSourceIsExact() {
-    const QByteArray expected = "tell application \"System Events\"\n"
-                                "    if exists (process \"Windows App\") then\n"
-                                "        set output to \"\"\n"
-                                "        set wList to every window of process \"Windows App\"\n"
-                                "        repeat with w in wList\n"
-                                "            try\n"
-                                "                set wName to name of w\n"
-                                "                set output to output & wName & linefeed\n"
-                                "            end try\n"
-                                "        end repeat\n"
-                                "        return output\n"
-                                "    end if\n"
-                                "end tell";
-    QCOMPARE(SessionDetector::appleScriptSource().toUtf8(), expected);
-    // The host receives exactly this text, built anew on every call.
-    SimulatedDesktop desktop(clientWorld());
-    SessionDetector::queryAppleScriptWindows(desktop.platform());
-    SessionDetector::queryAppleScriptWindows(desktop.platform());
-    QCOMPARE(desktop.lastAppleScriptSource().toUtf8(), expected);
-    QCOMPARE(desktop.appleScriptRuns(), 2);
-}
 
 void DetectionTest::queryFiltersAndKeepsRepeats() {
     SimWorld world = clientWorld();
@@ -128,6 +103,16 @@ void DetectionTest::queryErrors_data() {
     QTest::newRow("number as text") << QVariant(QStringLiteral("-1743")) << failed.arg(0) << false;
     QTest::newRow("floating point") << QVariant(-1743.0) << failed.arg(0) << false;
     QTest::newRow("beyond 32 bits") << QVariant(qint64(-5000000000)) << failed.arg(-5000000000) << false;
+    // Integers of every width Qt can hold are read; unsigned ones are not wrapped into the refusal codes.
+    QTest::newRow("short") << QVariant::fromValue(short(-1743)) << denied.arg(-1743) << true;
+    QTest::newRow("long") << QVariant::fromValue(long(-10004)) << denied.arg(-10004) << true;
+    QTest::newRow("signed char") << QVariant::fromValue(qint8(-128)) << failed.arg(-128) << false;
+    QTest::newRow("unsigned char") << QVariant::fromValue(quint8(255)) << failed.arg(255) << false;
+    QTest::newRow("unsigned of -1743's bits")
+        << QVariant::fromValue(uint(-1743)) << failed.arg(4294965553LL) << false;
+    QTest::newRow("unsigned beyond the signed range")
+        << QVariant::fromValue(qulonglong(-1743)) << failed.arg(0) << false;
+    QTest::newRow("Boolean") << QVariant(true) << failed.arg(0) << false;
 }
 
 void DetectionTest::queryErrors() {
@@ -181,6 +166,16 @@ void DetectionTest::censusRules_data() {
     QTest::newRow("no layer") << cgWindow(pid, 1920.0, 1080.0, QVariant()) << 1;
     QTest::newRow("layer as text") << cgWindow(pid, 1920.0, 1080.0, QStringLiteral("3")) << 1;
     QTest::newRow("layer floating point") << cgWindow(pid, 1920.0, 1080.0, 3.0) << 1;
+    QTest::newRow("layer Boolean") << cgWindow(pid, 1920.0, 1080.0, true) << 1;
+    QTest::newRow("layer signed char 45")
+        << cgWindow(pid, 1920.0, 1080.0, QVariant::fromValue(qint8(45))) << 0;
+    QTest::newRow("layer unsigned char 0")
+        << cgWindow(pid, 1920.0, 1080.0, QVariant::fromValue(quint8(0))) << 1;
+    QTest::newRow("layer long -1") << cgWindow(pid, 1920.0, 1080.0, QVariant::fromValue(long(-1))) << 0;
+    QTest::newRow("layer 2^63") << cgWindow(pid, 1920.0, 1080.0, QVariant::fromValue(qulonglong(1) << 63))
+                                << 0;
+    QTest::newRow("layer unsigned max")
+        << cgWindow(pid, 1920.0, 1080.0, QVariant::fromValue(std::numeric_limits<qulonglong>::max())) << 0;
     QTest::newRow("other process") << cgWindow(77, 1920.0, 1080.0) << 0;
     QTest::newRow("owner as text") << cgWindow(QString::number(pid), 1920.0, 1080.0) << 0;
     QTest::newRow("owner wider than 32 bits") << cgWindow(qint64(pid), 1920.0, 1080.0) << 0;
@@ -236,58 +231,128 @@ void DetectionTest::censusWithoutListOrClient() {
     QVERIFY(collector.lines.isEmpty());
 }
 
-void DetectionTest::typicalPassTranscript() {
-    SimulatedDesktop desktop(clientWorld(
-        {window(QStringLiteral("Connection Center"), 900, 640), window(QStringLiteral("Desk 1"))}));
-    DebugCollector collector;
-    const DetectorStatus status = SessionDetector::detect(desktop.platform(), &collector);
-    QCOMPARE(status, DetectorStatus::withSessions({named(QStringLiteral("Desk 1"))}));
-    QCOMPARE(
-        collector.lines,
-        (QStringList{
-            QStringLiteral("=== Detection @ 2025-03-04 09:15:27 +0000 ==="),
-            QStringLiteral("AX trust: ok"),
-            QStringLiteral("Windows App pid=812"),
-            QStringLiteral("AX windows: 2"),
-            QStringLiteral(
-                "  AX win title=\"Connection Center\" subrole=AXStandardWindow size=900x640 min=false"),
-            QStringLiteral("  AX win title=\"Desk 1\" subrole=AXStandardWindow size=1920x1080 min=false"),
-            QStringLiteral("AX detect: 1 named, 0 unnamed"),
-            QStringLiteral("AS detect: raw=2 filtered=1"),
-            QStringLiteral("Result: sessions count=1 named=1 unnamed=0"),
-        }));
+void DetectionTest::passes_data() {
+    QTest::addColumn<SimWorld>("world");
+    QTest::addColumn<DetectorStatus>("status");
+    // The whole transcript when it starts with the header, else its end; whether System Events was asked.
+    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<bool>("queried");
+    const QString header = QStringLiteral("=== Detection @ 2025-03-04 09:15:27 +0000 ===");
+    const auto withSessions = [](QList<SessionInfo> sessions) {
+        return DetectorStatus::withSessions(sessions);
+    };
 
+    QTest::newRow("typical") << clientWorld({window(QStringLiteral("Connection Center"), 900, 640),
+                                             window(QStringLiteral("Desk 1"))})
+                             << withSessions({named(QStringLiteral("Desk 1"))})
+                             << QStringList{header,
+                                            QStringLiteral("AX trust: ok"),
+                                            QStringLiteral("Windows App pid=812"),
+                                            QStringLiteral("AX windows: 2"),
+                                            QStringLiteral("  AX win title=\"Connection Center\" "
+                                                           "subrole=AXStandardWindow size=900x640 min=false"),
+                                            QStringLiteral(
+                                                "  AX win title=\"Desk 1\" subrole=AXStandardWindow "
+                                                "size=1920x1080 min=false"),
+                                            QStringLiteral("AX detect: 1 named, 0 unnamed"),
+                                            QStringLiteral("AS detect: raw=2 filtered=1"),
+                                            QStringLiteral("Result: sessions count=1 named=1 unnamed=0")}
+                             << true;
     // The header is in UTC whatever zone the clock is given in.
-    desktop.updateWorld([](SimWorld& world) {
-        world.now = QDateTime(QDate(2025, 3, 4), QTime(23, 30, 5), QTimeZone(-5 * 3600));
-    });
-    collector.lines.clear();
-    SessionDetector::detect(desktop.platform(), &collector);
-    QCOMPARE(collector.lines.first(), QStringLiteral("=== Detection @ 2025-03-05 04:30:05 +0000 ==="));
+    SimWorld elsewhere = clientWorld();
+    elsewhere.now = QDateTime(QDate(2025, 3, 4), QTime(23, 30, 5), QTimeZone(-5 * 3600));
+    QTest::newRow("clock in another zone")
+        << elsewhere << DetectorStatus::noActiveSession()
+        << QStringList{QStringLiteral("=== Detection @ 2025-03-05 04:30:05 +0000 ==="),
+                       QStringLiteral("AX trust: ok"),
+                       QStringLiteral("Windows App pid=812"),
+                       QStringLiteral("AX windows: 0"),
+                       QStringLiteral("AX detect: 0 named, 0 unnamed"),
+                       QStringLiteral("AS detect: raw=0 filtered=0"),
+                       QStringLiteral("CG tiebreaker: 0 large hidden window(s)"),
+
+                       QStringLiteral("Result: noActiveSession")}
+        << true;
+
+    SimWorld untrusted = clientWorld({window(QStringLiteral("Desk 1"))});
+    untrusted.accessibilityTrusted = false;
+    QTest::newRow("not trusted") << untrusted << DetectorStatus::needsAXPermission()
+                                 << QStringList{header, QStringLiteral("AX trust: NOT trusted")} << false;
+    SimWorld other = clientWorld();
+    other.runningApplications = {{77, QStringLiteral("com.example.other"), windowsAppProcessName}};
+    QTest::newRow("client not running")
+        << other << DetectorStatus::appNotRunning()
+        << QStringList{header, QStringLiteral("AX trust: ok"),
+                       QStringLiteral("Windows App not running (bundle=com.microsoft.rdc.macos)")}
+        << false;
+
+    // The derived window list holds both windows at desktop size: the census would have counted them.
+    const QString unknown = QStringLiteral("AXUnknown");
+    QTest::newRow("unnamed windows skip the census")
+        << clientWorld({window(QString(), 1920, 1080, unknown), window(QString(), 2560, 1440, unknown)})
+        << withSessions({untitled(Source::axUnnamed), untitled(Source::axUnnamed)})
+        << QStringList{QStringLiteral("AX detect: 0 named, 2 unnamed"),
+                       QStringLiteral("AS detect: raw=0 filtered=0"),
+                       QStringLiteral("Result: sessions count=2 named=0 unnamed=2")}
+        << true;
+
+    SimWorld refused = clientWorld();
+    refused.appleScript = scriptError(-1743);
+    QTest::newRow("refused query, hidden window")
+        << withWindowList(refused, QVariantList{cgWindow(clientPid, 1920.0, 1080.0)})
+        << withSessions({untitled(Source::cgHidden)})
+        << QStringList{QStringLiteral("AS detect: error code=-1743 permissionDenied=true"),
+                       QStringLiteral("CG tiebreaker: 1 large hidden window(s)"),
+                       QStringLiteral("Result: sessions count=1 named=0 unnamed=1")}
+        << true;
+    refused = withWindowList(refused, QVariantList{});
+    QTest::newRow("refused query, nothing hidden")
+        << refused << DetectorStatus::needsAEPermission()
+        << QStringList{QStringLiteral("CG tiebreaker: 0 large hidden window(s)"),
+                       QStringLiteral("Result: needsAEPermission")}
+        << true;
+    // A session found by the scan wins over the refusal.
+    refused.windows[clientPid] = {window(QStringLiteral("Desk 1"))};
+    QTest::newRow("refused query, session scanned")
+        << refused << withSessions({named(QStringLiteral("Desk 1"))})
+        << QStringList{QStringLiteral("Result: sessions count=1 named=1 unnamed=0")} << true;
+    // Any other failure of the query means no session.
+    refused.windows[clientPid].clear();
+    refused.appleScript = scriptError(-600);
+    QTest::newRow("failed query") << refused << DetectorStatus::noActiveSession()
+                                  << QStringList{QStringLiteral("Result: noActiveSession")} << true;
+
+    // The scan and the query see nothing of a second instance; the census counts its large window.
+    SimWorld two = clientWorld({window(QString(), 20, 20, QStringLiteral("AXUnknown"))});
+    two.runningApplications.append({913, windowsAppBundleID, QStringLiteral("Windows App 2")});
+    two.windows[913] = {window(QStringLiteral("Second instance desk"))};
+    QTest::newRow("second instance")
+        << two << withSessions({untitled(Source::cgHidden)})
+        << QStringList{header,
+                       QStringLiteral("AX trust: ok"),
+                       QStringLiteral("Windows App pid=812"),
+                       QStringLiteral("AX windows: 1"),
+                       QStringLiteral("  AX win title=\"\" subrole=AXUnknown size=20x20 min=false"),
+                       QStringLiteral("AX detect: 0 named, 0 unnamed"),
+                       QStringLiteral("AS detect: raw=0 filtered=0"),
+                       QStringLiteral("CG tiebreaker: 1 large hidden window(s)"),
+                       QStringLiteral("Result: sessions count=1 named=0 unnamed=1")}
+        << true;
 }
 
-void DetectionTest::notTrustedHidesEverything() {
-    SimWorld world = clientWorld({window(QStringLiteral("Desk 1"))});
-    world.accessibilityTrusted = false;
-    world.runningApplications.clear();
+void DetectionTest::passes() {
+    QFETCH(SimWorld, world);
+    QFETCH(DetectorStatus, status);
+    QFETCH(QStringList, lines);
+    QFETCH(bool, queried);
     SimulatedDesktop desktop(world);
     DebugCollector collector;
-    QCOMPARE(SessionDetector::detect(desktop.platform(), &collector), DetectorStatus::needsAXPermission());
-    QCOMPARE(collector.lines.size(), 2);
-    QCOMPARE(collector.lines.at(1), QStringLiteral("AX trust: NOT trusted"));
-    QCOMPARE(desktop.appleScriptRuns(), 0);
-}
-
-void DetectionTest::clientNotRunning() {
-    SimWorld world = clientWorld();
-    world.runningApplications = {{77, QStringLiteral("com.example.other"), windowsAppProcessName}};
-    SimulatedDesktop desktop(world);
-    DebugCollector collector;
-    QCOMPARE(SessionDetector::detect(desktop.platform(), &collector), DetectorStatus::appNotRunning());
-    QCOMPARE(collector.lines.mid(1), (QStringList{QStringLiteral("AX trust: ok"),
-                                                  QStringLiteral("Windows App not running "
-                                                                 "(bundle=com.microsoft.rdc.macos)")}));
-    QCOMPARE(desktop.appleScriptRuns(), 0);
+    QVERIFY(SessionDetector::detect(desktop.platform(), &collector) == status);
+    if (lines.first().startsWith(QStringLiteral("=== ")))
+        QCOMPARE(collector.lines, lines);
+    else
+        QCOMPARE(collector.lines.mid(collector.lines.size() - lines.size()), lines);
+    QCOMPARE(desktop.appleScriptRuns() > 0, queried);
 }
 
 void DetectionTest::mergeOrderAndRepeats() {
@@ -310,81 +375,6 @@ void DetectionTest::mergeOrderAndRepeats() {
     QVERIFY(status == DetectorStatus::withSessions(expected));
     QCOMPARE(*status.sessions().first().title, a); // the scan's spelling, as read
     QCOMPARE(collector.lines.last(), QStringLiteral("Result: sessions count=5 named=4 unnamed=1"));
-}
-
-void DetectionTest::unnamedWindowsSkipTheCensus() {
-    const QString unknown = QStringLiteral("AXUnknown");
-    SimulatedDesktop desktop(
-        clientWorld({window(QString(), 1920, 1080, unknown), window(QString(), 2560, 1440, unknown)}));
-    DebugCollector collector;
-    const DetectorStatus status = SessionDetector::detect(desktop.platform(), &collector);
-    QVERIFY(status ==
-            DetectorStatus::withSessions({untitled(Source::axUnnamed), untitled(Source::axUnnamed)}));
-    // The derived window list holds both windows at desktop size: the census would have counted them.
-    QVERIFY(!collector.lines.join('\n').contains(QStringLiteral("CG tiebreaker")));
-    QCOMPARE(collector.lines.last(), QStringLiteral("Result: sessions count=2 named=0 unnamed=2"));
-}
-
-void DetectionTest::refusedQuery() {
-    SimWorld world = clientWorld();
-    world.appleScript = scriptError(-1743);
-
-    world = withWindowList(world, QVariantList{cgWindow(clientPid, 1920.0, 1080.0)});
-    SimulatedDesktop hidden(world);
-    DebugCollector collector;
-    QVERIFY(SessionDetector::detect(hidden.platform(), &collector) ==
-            DetectorStatus::withSessions({untitled(Source::cgHidden)}));
-    QCOMPARE(collector.lines.mid(collector.lines.size() - 3),
-             (QStringList{QStringLiteral("AS detect: error code=-1743 permissionDenied=true"),
-                          QStringLiteral("CG tiebreaker: 1 large hidden window(s)"),
-                          QStringLiteral("Result: sessions count=1 named=0 unnamed=1")}));
-
-    world = withWindowList(world, QVariantList{});
-    SimulatedDesktop nothing(world);
-    collector.lines.clear();
-    QCOMPARE(SessionDetector::detect(nothing.platform(), &collector), DetectorStatus::needsAEPermission());
-    QCOMPARE(collector.lines.mid(collector.lines.size() - 2),
-             (QStringList{QStringLiteral("CG tiebreaker: 0 large hidden window(s)"),
-                          QStringLiteral("Result: needsAEPermission")}));
-
-    // A session found by the scan wins over the refusal.
-    world.windows[clientPid] = {window(QStringLiteral("Desk 1"))};
-    SimulatedDesktop found(world);
-    QVERIFY(SessionDetector::detect(found.platform()) ==
-            DetectorStatus::withSessions({named(QStringLiteral("Desk 1"))}));
-
-    // Any other failure of the query means no session.
-    world.windows[clientPid].clear();
-    world.appleScript = scriptError(-600);
-    SimulatedDesktop failed(world);
-    collector.lines.clear();
-    QCOMPARE(SessionDetector::detect(failed.platform(), &collector), DetectorStatus::noActiveSession());
-    QCOMPARE(collector.lines.last(), QStringLiteral("Result: noActiveSession"));
-}
-
-void DetectionTest::onlyTheFirstInstanceIsScanned() {
-    constexpr Pid second = 913;
-    SimWorld world = clientWorld({window(QString(), 20, 20, QStringLiteral("AXUnknown"))});
-    world.runningApplications.append({second, windowsAppBundleID, QStringLiteral("Windows App 2")});
-    world.windows[second] = {window(QStringLiteral("Second instance desk"))};
-    SimulatedDesktop desktop(world);
-    DebugCollector collector;
-    // The scan and the query see nothing of the second instance; the census counts its large window.
-    QVERIFY(SessionDetector::detect(desktop.platform(), &collector) ==
-            DetectorStatus::withSessions({untitled(Source::cgHidden)}));
-    QCOMPARE(collector.lines.at(2), QStringLiteral("Windows App pid=812"));
-    QCOMPARE(collector.lines.at(3), QStringLiteral("AX windows: 1"));
-}
-
-void DetectionTest::collectorIsOptional() {
-    SimWorld world = clientWorld({window(QStringLiteral("Desk 1")), window(QStringLiteral("Devices"))});
-    world.appleScript = scriptText(QStringLiteral("Desk 2\n"));
-    SimulatedDesktop desktop(world);
-    DebugCollector collector;
-    const DetectorStatus logged = SessionDetector::detect(desktop.platform(), &collector);
-    QVERIFY(SessionDetector::detect(desktop.platform()) == logged);
-    QCOMPARE(logged.sessions().size(), 2);
-    QCOMPARE(SessionDetector::countLargeHiddenWindows(desktop.platform()), 2);
 }
 
 QTEST_GUILESS_MAIN(DetectionTest)

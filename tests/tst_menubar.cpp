@@ -5,10 +5,15 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QDir>
 #include <QMenu>
 #include <QPainter>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 using namespace orvanta;
 using Kind = MenuRow::Kind;
@@ -77,9 +82,9 @@ private Q_SLOTS:
         QTest::newRow("flags 20") << flag.repeated(20) << flag.repeated(15) + QChar(0x2026);
         QTest::newRow("cjk 17") << QStringLiteral("会").repeated(17)
                                 << QStringLiteral("会").repeated(15) + QChar(0x2026);
-        // Controls are shown, not acted on: a tab, a line feed, a line separator, a C1 control.
-        QTest::newRow("controls") << QStringLiteral("A\tB\nC\u2028D\u009B")
-                                  << QStringLiteral("A\u2409B\u240AC\u2424D\uFFFD");
+        // Controls are shown, not acted on: a tab, a line feed, a line separator, a C1 control, DELETE.
+        QTest::newRow("controls") << QStringLiteral("A\tB\nC\u2028D\u009B\u007F~")
+                                  << QStringLiteral("A\u2409B\u240AC\u2424D\uFFFD\u2421~");
         QTest::newRow("controls 17") << QStringLiteral("\t").repeated(17)
                                      << QStringLiteral("\u2409").repeated(15) + QChar(0x2026);
     }
@@ -228,6 +233,16 @@ private Q_SLOTS:
     void secondLaunchAsksTheFirstToShow() {
         const QString key =
             QStringLiteral("orvanta-test-") + QString::number(QCoreApplication::applicationPid());
+        // A copy that crashed left its socket behind, bound but with nobody listening.
+        const QByteArray path = QFile::encodeName(QDir::tempPath() + u'/' + key);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
+        const int stale = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        QCOMPARE(::bind(stale, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ::close(stale);
+        QVERIFY(QFileInfo::exists(QFile::decodeName(path)));
+
         SingleInstance first(key);
         QCOMPARE(first.claim(), SingleInstance::Role::primary);
         QSignalSpy shown(&first, &SingleInstance::showRequested);

@@ -26,20 +26,11 @@ bool waitForChecks(const ObservedPorts& ports, int count) {
 class PermissionsTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void constants();
     void grantedAtStartAndUnchangedPollsPublishNothing();
     void trustRevokedAndGrantedAgain();
     void appleEventsCheckNeverPrompts();
     void releasedWithPublicationQueued();
 };
-
-void PermissionsTest::constants() {
-    QCOMPARE(PermissionsService::accessibilitySettingsURL().toString(),
-             QStringLiteral("x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility"));
-    QVERIFY(PermissionsService::accessibilitySettingsURL().isValid());
-    QCOMPARE(PermissionsService::queueLabel, QStringLiteral("com.orvanta.mactoolkit.permissions"));
-    QCOMPARE(PermissionsService::defaultPollIntervalMs, 2000);
-}
 
 void PermissionsTest::grantedAtStartAndUnchangedPollsPublishNothing() {
     SimulatedDesktop desktop(clientWorld());
@@ -65,6 +56,9 @@ void PermissionsTest::grantedAtStartAndUnchangedPollsPublishNothing() {
 }
 
 void PermissionsTest::trustRevokedAndGrantedAgain() {
+    // Where the user is sent to grant trust: nothing else would notice a wrong pane.
+    QCOMPARE(PermissionsService::accessibilitySettingsURL().toString(),
+             QStringLiteral("x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility"));
     SimulatedDesktop desktop(clientWorld());
     PermissionsService service(desktop.platform(), nullptr, interval);
     QSignalSpy axSpy(&service, &PermissionsService::axTrustedChanged);

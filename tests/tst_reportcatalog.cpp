@@ -59,7 +59,7 @@ QStringList names(const QList<QUrl>& urls) {
 class ReportCatalogTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void scriptsAndEntries();
+    void entries();
     void recognition();
     void tiesGoToTheFirstListed();
     void newestTwentyOfTwentyFive();
@@ -68,21 +68,14 @@ private Q_SLOTS:
     void openAndTrashThroughTheWorkspace();
 };
 
-void ReportCatalogTest::scriptsAndEntries() {
+void ReportCatalogTest::entries() {
     QCOMPARE(ReportCatalog::reportsFolder(), QUrl::fromLocalFile(QDir::homePath() + "/Desktop"));
-    QCOMPARE(recentReportLimit, 20);
-    QCOMPARE(ReportCatalog::reportScript("OrvantaMacClientReach_2025.html"), ScriptCatalog::connectorReach);
-    QCOMPARE(ReportCatalog::reportScript("OrvantaNetMonitor_x"), ScriptCatalog::networkMonitor);
-    QCOMPARE(ReportCatalog::reportScript("OrvantaTraceRoute_"), ScriptCatalog::traceRoute);
-    QCOMPARE(ReportCatalog::reportScript("OrvantaNetworkMonitor_1.html"), std::nullopt);
-
     Desktop desktop;
     desktop.file("notes.html", base);
     desktop.file("OrvantaNetMonitor_7.html", base.addSecs(60));
     const ReportEntry notes = ReportCatalog::makeReportEntry(desktop.fileUrl("notes.html"));
     QCOMPARE(notes.script, std::nullopt);
     QCOMPARE(notes.scriptTitle(), QStringLiteral("Unknown"));
-    QCOMPARE(notes.id(), desktop.path("notes.html"));
     QCOMPARE(notes.modificationDate, base);
     const ReportEntry monitor = ReportCatalog::makeReportEntry(desktop.fileUrl("OrvantaNetMonitor_7.html"));
     QCOMPARE(monitor.script, ScriptCatalog::networkMonitor);
@@ -93,7 +86,6 @@ void ReportCatalogTest::scriptsAndEntries() {
     const ReportEntry gone = ReportCatalog::makeReportEntry(desktop.fileUrl("OrvantaTraceRoute_gone.html"));
     QCOMPARE(gone.scriptTitle(), QStringLiteral("Trace Route"));
     QCOMPARE(gone.modificationDate, ReportCatalog::distantPast());
-    QVERIFY(ReportCatalog::distantPast() < QDateTime::fromSecsSinceEpoch(-1'000'000'000'0LL));
 }
 
 void ReportCatalogTest::recognition() {
@@ -163,7 +155,7 @@ void ReportCatalogTest::newestTwentyOfTwentyFive() {
     QCOMPARE(names(ReportCatalog::recentReportURLs(desktop.url(), 100)), expected);
     QVERIFY(ReportCatalog::recentReportURLs(desktop.url(), 0).isEmpty());
     const QList<ReportEntry> entries = ReportCatalog::recentReports(desktop.url());
-    QCOMPARE(entries.size(), recentReportLimit);
+    QCOMPARE(entries.size(), 20);
     QCOMPARE(entries.first().url.fileName(), expected.first());
     QCOMPARE(entries.last().modificationDate, base.addSecs(-3600 * 19));
 }

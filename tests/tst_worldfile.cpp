@@ -15,6 +15,7 @@
 #include <QJsonObject>
 
 #include <QProcess>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -22,7 +23,11 @@
 #include <cmath>
 #include <limits>
 
+#include <cstdio>
+#include <ctime>
+
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace orvanta;
 using namespace orvanta::platform;
@@ -86,11 +91,10 @@ class WorldFileTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
-    void defaultsOfAnEmptyWorld();
     void everyKey();
-    void windowAttributesAsWritten();
+    void timesAreUtcInEveryZone_data();
+    void timesAreUtcInEveryZone();
     void windowServerKeepsNumberKinds();
-    void appleScriptForms();
     void faultsNameTheLine_data();
     void faultsNameTheLine();
     void watcherFollowsTheFile();
@@ -120,17 +124,6 @@ QString WorldFileTest::writeFile(const QString& name, const QByteArray& content)
     return path;
 }
 
-void WorldFileTest::defaultsOfAnEmptyWorld() {
-    const SimWorld world = parsed("{}");
-    QVERIFY(!world.now);
-    QVERIFY(world.accessibilityTrusted);
-    QCOMPARE(world.appleEventsStatus, 0);
-    QVERIFY(!world.ownPid);
-    QVERIFY(world.runningApplications.isEmpty());
-    QVERIFY(!world.appleScript);
-    QCOMPARE(world.windowServer.kind, SimWindowList::Kind::derived);
-}
-
 void WorldFileTest::everyKey() {
     const SimWorld world = parsed(R"({
         "now": "2025-03-04T09:15:27Z",
@@ -155,37 +148,40 @@ void WorldFileTest::everyKey() {
     QCOMPARE(world.windowsError.value(9), -25204);
     QCOMPARE(world.windowServer.kind, SimWindowList::Kind::none);
 
-    // A time without a zone is UTC; one with an offset is converted.
-    QCOMPARE(*parsed(R"({"now": "2025-03-04T09:15:27"})").now,
-             QDateTime(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC));
-    QCOMPARE(parsed(R"({"now": "2025-03-04T04:15:27-05:00"})").now->toUTC().time(), QTime(9, 15, 27));
+    // The integers at the edges of 32 bits are read, not rejected.
+    const SimWorld edges = parsed(R"({"ownPid": 2147483647, "appleEventsStatus": -2147483648})");
+    QCOMPARE(*edges.ownPid, std::numeric_limits<int>::max());
+    QCOMPARE(edges.appleEventsStatus, std::numeric_limits<int>::min());
 }
 
-void WorldFileTest::windowAttributesAsWritten() {
-    // Missing keys fail the read; other types are read as given, and the scan rejects them.
-    SimWorld world = parsed(R"({"ownPid": 4242, "runningApplications": [)" + clientApp + R"(],
-        "windows": {"812": [
-            {"title": "Desk 1", "subrole": "AXStandardWindow", "size": [1920.0, 1080], "minimized": false},
-            {"subrole": "AXUnknown", "size": [1920, 1080], "minimized": false},
-            {"title": 7, "subrole": null, "size": "1920x1080", "minimized": "no"},
-            {"title": "Mine", "size": [1920, 1080], "pid": 4242},
-            {"title": "Unknown owner", "size": [1920, 1080], "pid": null}
-        ]}})");
-    SimulatedDesktop desktop(world);
-    DebugCollector collector;
-    const auto scan = SessionDetector::scanAXWindows(desktop.platform(), 812, &collector);
-    QCOMPARE(scan.namedTitles, (QStringList{QStringLiteral("Desk 1"), QStringLiteral("Unknown owner")}));
-    QCOMPARE(scan.unnamedCount, 1);
-    QCOMPARE(
-        collector.lines.mid(1),
-        (QStringList{
-            QStringLiteral("  AX win title=\"Desk 1\" subrole=AXStandardWindow size=1920x1080 min=false"),
-            QStringLiteral("  AX win title=\"\" subrole=AXUnknown size=1920x1080 min=false"),
-            QStringLiteral("  AX win title=\"\" subrole= size=0x0 min=false"),
-            QStringLiteral("OWN-PID exclusion fired (winPid=4242). Should be unreachable."),
-            QStringLiteral("  AX win title=\"Unknown owner\" subrole= size=1920x1080 min=false"),
-            QStringLiteral("AX detect: 2 named, 1 unnamed"),
-        }));
+void WorldFileTest::timesAreUtcInEveryZone_data() {
+    QTest::addColumn<QByteArray>("zone");
+    QTest::newRow("UTC") << QByteArray("UTC");
+    QTest::newRow("Kiritimati") << QByteArray("Pacific/Kiritimati");
+    QTest::newRow("Adak") << QByteArray("America/Adak");
+}
+
+void WorldFileTest::timesAreUtcInEveryZone() {
+    QFETCH(QByteArray, zone);
+    const QByteArray saved = qgetenv("TZ");
+    qputenv("TZ", zone);
+    ::tzset();
+    const auto restore = qScopeGuard([&] {
+        saved.isNull() ? qunsetenv("TZ") : qputenv("TZ", saved);
+        ::tzset();
+    });
+    // A time without a zone is UTC, whatever zone the machine is in; one with an offset is converted.
+    const QDateTime expected(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC);
+    QCOMPARE(*parsed(R"({"now": "2025-03-04T09:15:27"})").now, expected);
+    QCOMPARE(*parsed(R"({"now": "2025-03-04T04:15:27-05:00"})").now, expected);
+    const QVariantList dates =
+        parsed(R"({"windowServer": [{"$date": "2025-03-04T09:15:27"}, {"$date": "2025-03-04T09:15:27Z"}]})")
+            .windowServer.value.toList();
+    QCOMPARE(dates.at(0).toDateTime(), expected);
+    QCOMPARE(dates.at(1).toDateTime(), expected);
+    // The pass's header is in UTC too.
+    QCOMPARE(passLines(parsed(detectWorld(QStringLiteral("not trusted")))).first(),
+             QStringLiteral("=== Detection @ 2025-03-04 09:15:27 +0000 ==="));
 }
 
 void WorldFileTest::windowServerKeepsNumberKinds() {
@@ -220,32 +216,6 @@ void WorldFileTest::windowServerKeepsNumberKinds() {
     QVERIFY(std::isnan(integers.at(6).toDouble()));
     QCOMPARE(integers.at(7).toDateTime(), QDateTime(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC));
     QCOMPARE(integers.at(8).toByteArray(), QByteArray("\x00\x01", 2));
-
-    // Derived lists are floating point, as on macOS, and hold only windows of running processes.
-    SimulatedDesktop derived(parsed(R"({"runningApplications": [)" + clientApp + R"(],
-        "windows": {"812": [{"size": [1400, 800]}], "77": [{"size": [1920, 1080]}]}})"));
-    const QVariantList windows = derived.copyWindowInfo(windowList::excludeDesktopElements, 0)->toList();
-    QCOMPARE(windows.size(), 1);
-    const QVariantMap entry = windows.first().toMap();
-    QCOMPARE(entry.value(windowList::ownerPID), QVariant(812));
-    QCOMPARE(entry.value(windowList::layer), QVariant(0));
-    QCOMPARE(entry.value(windowList::bounds).toMap().value(windowList::width).typeId(), QMetaType::Double);
-    QCOMPARE(SessionDetector::countLargeHiddenWindows(derived.platform()), 1);
-}
-
-void WorldFileTest::appleScriptForms() {
-    const auto outcome = [](const QByteArray& form) {
-        return *parsed(R"({"appleScript": )" + form + "}").appleScript;
-    };
-    QCOMPARE(std::get<AppleScriptResult>(outcome(R"({"result": "A\nB\n"})")).text, QStringLiteral("A\nB\n"));
-    QVERIFY(!std::get<AppleScriptResult>(outcome(R"({"result": null})")).text);
-    QCOMPARE(std::get<AppleScriptError>(outcome(R"({"errorNumber": -1743})"))
-                 .info.value(appleScriptErrorNumberKey),
-             QVariant(-1743));
-    const QVariantMap info =
-        std::get<AppleScriptError>(outcome(R"({"error": {"NSAppleScriptErrorNumber": -1743.0}})")).info;
-    QCOMPARE(info.value(appleScriptErrorNumberKey).typeId(), QMetaType::Double);
-    QVERIFY(std::holds_alternative<std::monostate>(outcome(R"({"noScriptObject": true})")));
 }
 
 void WorldFileTest::faultsNameTheLine_data() {
@@ -281,11 +251,14 @@ void WorldFileTest::faultsNameTheLine_data() {
         << QStringLiteral("w.json:1: \"appleScript\": expected one of");
     QTest::newRow("bad time") << QByteArray("{\"now\": \"yesterday\"}")
                               << QStringLiteral("w.json:1: \"now\": not an ISO 8601 time");
-    QTest::newRow("32 bits") << QByteArray("{\"ownPid\": 4294967296}")
+    QTest::newRow("32 bits") << QByteArray("{\"ownPid\": 2147483648}")
                              << QStringLiteral("w.json:1: \"ownPid\": the integer does not fit in 32 bits");
     QTest::newRow("64 bits") << QByteArray("{\"windowServer\": [1,\n {\"X\": -9223372036854775809}]}")
                              << QStringLiteral(
                                     "w.json:2: \"windowServer[1].X\": the integer does not fit in 64 bits");
+    QTest::newRow("unsigned 64 bits")
+        << QByteArray("{\"windowServer\": [18446744073709551616]}")
+        << QStringLiteral("w.json:1: \"windowServer[0]\": the integer does not fit in 64 bits");
     QTest::newRow("repeated key") << QByteArray("{\"ownPid\": 1,\n\"ownPid\": 2}")
                                   << QStringLiteral("w.json:2: \"ownPid\": duplicate key");
     QTest::newRow("attribute with value and error")
@@ -326,12 +299,15 @@ void WorldFileTest::watcherFollowsTheFile() {
     QVERIFY(failed.first().first().toString().startsWith(path + QStringLiteral(":1: \"ownPid\"")));
     QCOMPARE(desktop.processId(), 2);
 
-    // An editor that saves by replacing the file is followed too.
-    const QString replacement = writeFile(QStringLiteral("replacement.tmp"), R"({"ownPid": 4})");
+    // Editors that save by deleting and writing anew, or by renaming a new file over the old one, are
+    // followed too, and so is every write after that, even when the old version lives on as a backup link.
     QVERIFY(QFile::remove(path));
-    QVERIFY(QFile::rename(replacement, path));
-    QVERIFY(reloaded.wait(5000));
-    QCOMPARE(desktop.processId(), 4);
+    writeFile(QStringLiteral("watched.json"), R"({"ownPid": 3})");
+    QCOMPARE(::link(QFile::encodeName(path).constData(), QFile::encodeName(path + u'~').constData()), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(desktop.processId(), 3, 5000);
+    const QString replacement = writeFile(QStringLiteral("replacement.tmp"), R"({"ownPid": 4})");
+    QCOMPARE(::rename(QFile::encodeName(replacement).constData(), QFile::encodeName(path).constData()), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(desktop.processId(), 4, 5000);
     writeFile(QStringLiteral("watched.json"), R"({"ownPid": 5})");
     QTRY_COMPARE_WITH_TIMEOUT(desktop.processId(), 5, 5000);
 }

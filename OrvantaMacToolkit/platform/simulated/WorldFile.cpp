@@ -392,9 +392,11 @@ private:
                 return fail(line, QStringLiteral("\"$double\" takes a number, \"NaN\", \"Infinity\" or "
                                                  "\"-Infinity\""));
         } else if (tag == QLatin1String("$date")) {
-            const QDateTime time = QDateTime::fromString(inner.toString(), Qt::ISODateWithMs);
+            QDateTime time = QDateTime::fromString(inner.toString(), Qt::ISODateWithMs);
             if (inner.typeId() != QMetaType::QString || !time.isValid())
                 return fail(line, QStringLiteral("\"$date\" takes an ISO 8601 time"));
+            if (time.timeSpec() == Qt::LocalTime) // as for "now": no zone written means UTC
+                time.setTimeZone(QTimeZone::utc());
             out = time;
         } else if (tag == QLatin1String("$data")) {
             const auto data = QByteArray::fromBase64Encoding(inner.toString().toLatin1(),
@@ -926,7 +928,11 @@ void WorldFileWatcher::watch() {
     const QString folder = QFileInfo(m_path).absolutePath();
     if (!m_watcher.directories().contains(folder))
         m_watcher.addPath(folder);
-    if (!m_watcher.files().contains(m_path) && QFileInfo::exists(m_path))
+    // Re-armed on every reload: after a rename-over save the old watch may still follow the old version,
+    // kept alive by a backup link, and would miss every later write. The read comes after this.
+    if (m_watcher.files().contains(m_path))
+        m_watcher.removePath(m_path);
+    if (QFileInfo::exists(m_path))
         m_watcher.addPath(m_path);
 }
 
