@@ -12,7 +12,7 @@ namespace {
 
 #if defined(Q_OS_UNIX) && !defined(Q_OS_DARWIN) && !defined(Q_OS_ANDROID)
 // Makes sure the home trash ($XDG_DATA_HOME/Trash with files/ and info/) exists, creating it as the
-// freedesktop trash specification asks, the data folder included. Qt 6.4 does not create a missing data
+// freedesktop Trash layout has it, the data folder included. Qt 6.4 does not create a missing data
 // folder, and then takes the current directory for the trash and moves the file into "files/" there.
 bool homeTrashReady() {
     const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
