@@ -1,6 +1,6 @@
 #include "CommandLine.h"
 
-#include "platform/desktop/SignalWake.h"
+#include "platform/desktop/SignalNotifier.h"
 #include "platform/simulated/WorldFile.h"
 #if !defined(Q_OS_MACOS) && !defined(Q_OS_WIN)
 #include "platform/desktop/LogindWake.h"
@@ -11,6 +11,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <csignal>
 #include <cstdio>
 
 namespace orvanta::app {
@@ -108,9 +109,11 @@ std::unique_ptr<PlatformHost> PlatformHost::create(const CommandLineOptions& opt
                             {QStringLiteral("simulated desktop: world reloaded from %1").arg(file)});
                     });
             // Lets a test or a support engineer stand in for a wake from sleep: kill -USR1 <pid>.
-            auto* signalWake = new desktop::UserSignalWake(host.get());
-            connect(signalWake, &desktop::UserSignalWake::received, host->m_simulated.get(),
+#ifdef Q_OS_UNIX
+            auto* signalWake = new desktop::SignalNotifier({SIGUSR1}, host.get());
+            connect(signalWake, &desktop::SignalNotifier::received, host->m_simulated.get(),
                     &SimulatedDesktop::simulateWake);
+#endif
         }
 #if !defined(Q_OS_MACOS) && !defined(Q_OS_WIN)
         // On a Linux desktop the wake from sleep is real.

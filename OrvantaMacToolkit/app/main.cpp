@@ -7,6 +7,7 @@
 #include "app/SingleInstance.h"
 #include "diagnostics/ReportCatalog.h"
 #include "diagnostics/ScriptRunner.h"
+#include "platform/desktop/SignalNotifier.h"
 #include "platform/simulated/WorldWriter.h"
 #include "window/MainWindow.h"
 
@@ -16,6 +17,7 @@
 #include <QFileInfo>
 #include <QTimer>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -219,7 +221,11 @@ int main(int argc, char* argv[]) {
     // The toolkit window is the application's first scene: it opens at launch, with or without a menu-bar
     // item.
     shell.openToolkitWindow();
-    app::TerminationSignals terminationSignals;
+    // A logout, `kill` or Ctrl-C ends the event loop as "Quit" does, so that everything is torn down in order
+    // and running scripts are told to stop, instead of the process vanishing mid-step.
+    platform::desktop::SignalNotifier terminationSignals({SIGTERM, SIGINT});
+    QObject::connect(&terminationSignals, &platform::desktop::SignalNotifier::received, application.get(),
+                     &QCoreApplication::quit);
     shell.trace(QStringLiteral("ready"));
     const int status = QApplication::exec();
     shell.trace(QStringLiteral("quitting"));
