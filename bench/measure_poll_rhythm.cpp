@@ -59,6 +59,9 @@ public:
     int performAction(const platform::AXElement& element, const QString& action) override {
         return m_desktop.performAction(element, action);
     }
+    int setMessagingTimeout(const platform::AXElement& element, float seconds) override {
+        return m_desktop.setMessagingTimeout(element, seconds);
+    }
 
 private:
     platform::SimulatedDesktop& m_desktop;
