@@ -88,13 +88,6 @@ QString addReport(const QString& folder, ScriptCatalog script, const QDateTime& 
     return path;
 }
 
-QStringList listedNames(const ui::ReportsSection& section) {
-    QStringList names;
-    for (const ReportEntry& entry : section.reports())
-        names.append(entry.url.fileName());
-    return names;
-}
-
 // What the table shows, top to bottom: "timestamp | type" per row.
 QStringList shownRows(QTableView* table) {
     QStringList rows;
@@ -143,10 +136,6 @@ struct Fixture {
         permissions->start();
         monitor->start();
     }
-    ~Fixture() {
-        window.reset();
-        // The runners end their children as they go; the monitor and the service stop their queues.
-    }
 
     MainWindow& open() {
         window = std::make_unique<MainWindow>(*reachRunner, *monitorRunner, *traceRunner, *monitor,
@@ -165,6 +154,11 @@ struct Fixture {
     QPushButton* runButton(ScriptCatalog script) const { return window->diagnostics()->card(script).run; }
     QPushButton* openLatestButton(ScriptCatalog script) const {
         return window->diagnostics()->card(script).openLatest;
+    }
+    QPushButton* rowButton(int row, const char* name) const {
+        QTableView* table = window->reports()->table();
+        QWidget* cell = table->indexWidget(table->model()->index(row, ReportsModel::actionsColumn));
+        return cell ? cell->findChild<QPushButton*>(QLatin1String(name)) : nullptr;
     }
     QString log() const { return window->output()->shownText(); }
     bool cancelShown() const { return window->output()->cancelButton()->isVisible(); }
@@ -187,9 +181,8 @@ private Q_SLOTS:
     void overlappingRunsShowTheLatestStartedThenTheOneStillGoing();
     void durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns();
     void startThatFailsLeavesNoTimeStamp();
-    void openLatestReportFollowsTheReportsOfEachScript();
+    void openLatestAndTheRowsActOnTheReportsOfEachScript();
     void sortingByClicksSurvivesTheTimedReload();
-    void trashingTheOnlyReportShowsThePlaceholder();
     void permissionsPanelFollowsTrust();
     void focusButtonFollowsTheSessionsAndFocusesTheFirst();
     void everyControlIsNamedForAssistiveTechnology();
@@ -224,7 +217,6 @@ void MainWindowTest::freshWindowThenOneRunFromItsCard() {
 
     QCOMPARE(f.log(), ui::OutputLogView::placeholderText);
     QVERIFY(!f.cancelShown());
-    QCOMPARE(window.diagnostics()->durationPicker()->currentText(), QStringLiteral("1 hour"));
     QVERIFY(window.reports()->showsPlaceholder());
     for (ScriptCatalog script : ScriptCatalog::allCases()) {
         QVERIFY(!window.activity(script).lastStarted && !window.activity(script).lastCompleted);
@@ -235,8 +227,6 @@ void MainWindowTest::freshWindowThenOneRunFromItsCard() {
     QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("trace start []\n"), longWait);
     QTRY_VERIFY(f.cancelShown());
     QCOMPARE(logPanel->y(), logTop); // the header row did not grow for "Cancel"
-    QCOMPARE(f.window->output()->cancelButton()->toolTip(),
-             QStringLiteral("Stop the currently running diagnostic."));
     QVERIFY(!f.runButton(ScriptCatalog::traceRoute)->isEnabled());
     QVERIFY(f.runButton(ScriptCatalog::connectorReach)->isEnabled());
     QVERIFY(f.runButton(ScriptCatalog::networkMonitor)->isEnabled());
@@ -291,7 +281,6 @@ void MainWindowTest::durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns
     Fixture f(clientWorld());
     MainWindow& window = f.open();
     QComboBox* picker = window.diagnostics()->durationPicker();
-    QCOMPARE(picker->width(), 110);
     QStringList labels;
     for (int i = 0; i < picker->count(); ++i)
         labels.append(picker->itemText(i));
@@ -379,7 +368,7 @@ void MainWindowTest::startThatFailsLeavesNoTimeStamp() {
     QVERIFY(!f.cancelShown());
 }
 
-void MainWindowTest::openLatestReportFollowsTheReportsOfEachScript() {
+void MainWindowTest::openLatestAndTheRowsActOnTheReportsOfEachScript() {
     Fixture f(clientWorld());
     MainWindow& window = f.open();
     for (ScriptCatalog script : ScriptCatalog::allCases())
@@ -388,13 +377,10 @@ void MainWindowTest::openLatestReportFollowsTheReportsOfEachScript() {
     const QString older = addReport(f.reports, ScriptCatalog::networkMonitor, today(9));
     const QString newer = addReport(f.reports, ScriptCatalog::networkMonitor, today(11));
     QVERIFY(!older.isEmpty() && !newer.isEmpty());
-    // Written by other means: listed at the next tick of the window's own timer.
-    QTRY_VERIFY_WITH_TIMEOUT(f.openLatestButton(ScriptCatalog::networkMonitor)->isEnabled(),
-                             MainWindow::refreshIntervalMs * 3);
+    window.refreshReports();
+    QVERIFY(f.openLatestButton(ScriptCatalog::networkMonitor)->isEnabled());
     QVERIFY(!f.openLatestButton(ScriptCatalog::connectorReach)->isEnabled());
     QVERIFY(!f.openLatestButton(ScriptCatalog::traceRoute)->isEnabled());
-    QCOMPARE(window.reports()->reports().size(), 2);
-
     QTest::mouseClick(f.openLatestButton(ScriptCatalog::networkMonitor), Qt::LeftButton);
     QCOMPARE(f.opened(), QStringList{QUrl::fromLocalFile(newer).toString()});
 
@@ -408,11 +394,22 @@ void MainWindowTest::openLatestReportFollowsTheReportsOfEachScript() {
     window.refreshReports();
     QVERIFY(!f.openLatestButton(ScriptCatalog::networkMonitor)->isEnabled());
     QVERIFY(f.openLatestButton(ScriptCatalog::traceRoute)->isEnabled());
-    QTableView* table = window.reports()->table();
-    QWidget* cell = table->indexWidget(table->model()->index(0, ReportsModel::actionsColumn));
-    QVERIFY(cell);
-    QTest::mouseClick(cell->findChild<QPushButton*>(QStringLiteral("openReport")), Qt::LeftButton);
+    QTest::mouseClick(f.rowButton(0, "openReport"), Qt::LeftButton);
     QCOMPARE(f.opened().last(), QUrl::fromLocalFile(trace).toString());
+
+    // A row's trash button: the list and the card follow in the same step that moved the file, not at a
+    // later tick of the timer.
+    QTest::mouseClick(f.rowButton(0, "trashReport"), Qt::LeftButton);
+    QTRY_VERIFY(!QFile::exists(trace));
+    QVERIFY(window.reports()->showsPlaceholder());
+    QVERIFY(window.reports()->placeholder()->isVisible());
+    QVERIFY(!f.openLatestButton(ScriptCatalog::traceRoute)->isEnabled());
+    QVERIFY(f.desktop.actionDescriptions().contains(QStringLiteral("trash ") + trace));
+#ifdef Q_OS_LINUX
+    // Into the (temporary) freedesktop trash, not into nothing. (macOS uses the user's own Trash.)
+    QVERIFY(QFile::exists(qEnvironmentVariable("XDG_DATA_HOME") + QStringLiteral("/Trash/files/") +
+                          QFileInfo(trace).fileName()));
+#endif
 }
 
 void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
@@ -428,11 +425,6 @@ void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
                                             "2024-05-01 10:00:00 | Trace Route"}));
     QCOMPARE(table->model()->headerData(ReportsModel::actionsColumn, Qt::Horizontal).toString(),
              QStringLiteral("Actions"));
-
-    clickHeader(table, ReportsModel::timestampColumn);
-    QCOMPARE(shownRows(table),
-             (QStringList{"2024-05-01 10:00:00 | Trace Route", "2024-05-01 11:00:00 | Connector Reachability",
-                          "2024-05-01 12:00:00 | Network Monitor"}));
     clickHeader(table, ReportsModel::typeColumn);
     const QStringList byType{"2024-05-01 11:00:00 | Connector Reachability",
                              "2024-05-01 12:00:00 | Network Monitor", "2024-05-01 10:00:00 | Trace Route"};
@@ -441,63 +433,30 @@ void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
     clickHeader(table, ReportsModel::actionsColumn);
     QCOMPARE(shownRows(table), byType);
     QCOMPARE(table->horizontalHeader()->sortIndicatorSection(), int(ReportsModel::typeColumn));
-    QCOMPARE(table->horizontalHeader()->sortIndicatorOrder(), Qt::AscendingOrder);
     const int rowHeight = table->rowHeight(0);
-    QVERIFY(rowHeight >=
-            table->indexWidget(table->model()->index(0, ReportsModel::actionsColumn))->sizeHint().height());
+    QVERIFY(rowHeight >= f.rowButton(0, "openReport")->parentWidget()->sizeHint().height());
 
     // A reload that finds nothing new leaves the table alone: the row the user selected, and the button
     // under the pointer, survive it.
     const QRect second = table->visualRect(table->model()->index(1, ReportsModel::typeColumn));
     QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, second.center());
-    QCOMPARE(table->selectionModel()->selectedRows().size(), 1);
-    const QPointer<QWidget> cell = table->indexWidget(table->model()->index(1, ReportsModel::actionsColumn));
+    const QPointer<QWidget> cell = f.rowButton(1, "openReport");
     window.refreshReports();
     QCOMPARE(shownRows(table), byType);
     QCOMPARE(table->selectionModel()->selectedRows().size(), 1);
     QCOMPARE(table->selectionModel()->selectedRows().first().row(), 1);
     QVERIFY(cell);
 
-    // A newer Trace Route report appears at the next tick, and the chosen order holds, the earlier
-    // timestamp order breaking the tie between the two Trace Route reports.
+    // The one wait for the window's own timer: a report written by other means appears at its next tick,
+    // in the chosen order, the order before it (newest first) breaking the tie between the two Trace Route
+    // reports.
     QVERIFY(!addReport(f.reports, ScriptCatalog::traceRoute, today(13)).isEmpty());
     QTRY_COMPARE_WITH_TIMEOUT(window.reports()->reports().size(), 4, MainWindow::refreshIntervalMs * 3);
-    QCOMPARE(shownRows(table), (byType + QStringList{"2024-05-01 13:00:00 | Trace Route"}));
-
-    clickHeader(table, ReportsModel::typeColumn);
-    QCOMPARE(shownRows(table).first(), QStringLiteral("2024-05-01 10:00:00 | Trace Route"));
+    QCOMPARE(shownRows(table),
+             (byType.first(2) + QStringList{"2024-05-01 13:00:00 | Trace Route"} + byType.last(1)));
     // One row height across loads and re-sorts.
     for (int row = 0; row < table->model()->rowCount(); ++row)
         QCOMPARE(table->rowHeight(row), rowHeight);
-    QCOMPARE(listedNames(*window.reports()).last(),
-             QStringLiteral("OrvantaMacClientReach_20240501-110000.html"));
-}
-
-void MainWindowTest::trashingTheOnlyReportShowsThePlaceholder() {
-    Fixture f(clientWorld());
-    const QString report = addReport(f.reports, ScriptCatalog::connectorReach, today(10));
-    QVERIFY(!report.isEmpty());
-    MainWindow& window = f.open();
-    QVERIFY(!window.reports()->showsPlaceholder());
-    QTableView* table = window.reports()->table();
-    QWidget* cell = table->indexWidget(table->model()->index(0, ReportsModel::actionsColumn));
-    QVERIFY(cell);
-    auto* trash = cell->findChild<QPushButton*>(QStringLiteral("trashReport"));
-    QCOMPARE(trash->toolTip(), QStringLiteral("Move this report to the Trash."));
-    QTest::mouseClick(trash, Qt::LeftButton);
-
-    QTRY_VERIFY(window.reports()->showsPlaceholder());
-    QVERIFY(window.reports()->placeholder()->isVisible());
-    QVERIFY(!f.openLatestButton(ScriptCatalog::connectorReach)->isEnabled());
-    QVERIFY(f.desktop.actionDescriptions().contains(QStringLiteral("trash ") + report));
-    QVERIFY(!QFile::exists(report));
-#ifdef Q_OS_LINUX
-    // The file went to the (temporary) freedesktop trash, not into nothing. (macOS uses the user's own
-    // Trash.)
-    const QString trashed = qEnvironmentVariable("XDG_DATA_HOME") + QStringLiteral("/Trash/files/") +
-                            QFileInfo(report).fileName();
-    QVERIFY2(QFile::exists(trashed), qPrintable(trashed));
-#endif
 }
 
 void MainWindowTest::permissionsPanelFollowsTrust() {
@@ -508,9 +467,7 @@ void MainWindowTest::permissionsPanelFollowsTrust() {
     QWidget* panel = window.permissionsPanel();
     QVERIFY(panel->isVisible());
     const int panelTop = panel->y();
-    auto* grant = panel->findChild<QPushButton*>();
-    QCOMPARE(grant->text(), QStringLiteral("Grant"));
-    QTest::mouseClick(grant, Qt::LeftButton);
+    QTest::mouseClick(panel->findChild<QPushButton*>(), Qt::LeftButton);
     QCOMPARE(f.opened(), QStringList{PermissionsService::accessibilitySettingsURL().toString()});
 
     f.desktop.updateWorld([](SimWorld& w) { w.accessibilityTrusted = true; });
@@ -528,7 +485,6 @@ void MainWindowTest::focusButtonFollowsTheSessionsAndFocusesTheFirst() {
         clientWorld({testing::window(QStringLiteral("Desk 1")), testing::window(QStringLiteral("Desk 2"))}));
     MainWindow& window = f.open();
     QPushButton* focus = window.focusButton();
-    QCOMPARE(focus->text(), QStringLiteral("Focus Active Session"));
     QTRY_VERIFY_WITH_TIMEOUT(focus->isEnabled(), longWait);
     const QList<SessionInfo> sessions = f.monitor->status().sessions();
     QCOMPARE(sessions.size(), 2);
