@@ -183,8 +183,7 @@ private Q_SLOTS:
     void startThatFailsLeavesNoTimeStamp();
     void openLatestAndTheRowsActOnTheReportsOfEachScript();
     void sortingByClicksSurvivesTheTimedReload();
-    void permissionsPanelFollowsTrust();
-    void focusButtonFollowsTheSessionsAndFocusesTheFirst();
+    void permissionsPanelAndFocusButtonFollowTrustAndTheClient();
     void everyControlIsNamedForAssistiveTechnology();
 };
 
@@ -459,13 +458,16 @@ void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
         QCOMPARE(table->rowHeight(row), rowHeight);
 }
 
-void MainWindowTest::permissionsPanelFollowsTrust() {
-    SimWorld world = clientWorld();
+void MainWindowTest::permissionsPanelAndFocusButtonFollowTrustAndTheClient() {
+    SimWorld world =
+        clientWorld({testing::window(QStringLiteral("Desk 1")), testing::window(QStringLiteral("Desk 2"))});
     world.accessibilityTrusted = false;
     Fixture f(world);
     MainWindow& window = f.open();
     QWidget* panel = window.permissionsPanel();
+    QPushButton* focus = window.focusButton();
     QVERIFY(panel->isVisible());
+    QVERIFY(!focus->isEnabled());
     const int panelTop = panel->y();
     QTest::mouseClick(panel->findChild<QPushButton*>(), Qt::LeftButton);
     QCOMPARE(f.opened(), QStringList{PermissionsService::accessibilitySettingsURL().toString()});
@@ -474,22 +476,10 @@ void MainWindowTest::permissionsPanelFollowsTrust() {
     QTRY_VERIFY_WITH_TIMEOUT(!panel->isVisible(), longWait);
     // The diagnostics move up into its place.
     QTRY_COMPARE(window.diagnostics()->y(), panelTop);
-
-    f.desktop.updateWorld([](SimWorld& w) { w.accessibilityTrusted = false; });
-    QTRY_VERIFY_WITH_TIMEOUT(panel->isVisible(), longWait);
-    QTRY_VERIFY(window.diagnostics()->y() > panelTop + panel->height());
-}
-
-void MainWindowTest::focusButtonFollowsTheSessionsAndFocusesTheFirst() {
-    Fixture f(
-        clientWorld({testing::window(QStringLiteral("Desk 1")), testing::window(QStringLiteral("Desk 2"))}));
-    MainWindow& window = f.open();
-    QPushButton* focus = window.focusButton();
     QTRY_VERIFY_WITH_TIMEOUT(focus->isEnabled(), longWait);
-    const QList<SessionInfo> sessions = f.monitor->status().sessions();
-    QCOMPARE(sessions.size(), 2);
-    QCOMPARE(sessions.first().title, QStringLiteral("Desk 1"));
+    QCOMPARE(f.monitor->status().sessions().size(), 2);
 
+    // The first session is focused: the application first, then the client, then its window.
     f.desktop.clearActions();
     QTest::mouseClick(focus, Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(f.desktop.actionDescriptions().size() >= 3, longWait);
@@ -500,9 +490,12 @@ void MainWindowTest::focusButtonFollowsTheSessionsAndFocusesTheFirst() {
                  actions[2].contains(QStringLiteral("\"Desk 1\"")),
              qPrintable(actions[2]));
 
-    // The client quits: no session, no focusing.
+    // The client quits: no session, no focusing. Trust withdrawn: the panel is back.
     f.desktop.updateWorld([](SimWorld& w) { w.runningApplications.clear(); });
     QTRY_VERIFY_WITH_TIMEOUT(!focus->isEnabled(), longWait);
+    f.desktop.updateWorld([](SimWorld& w) { w.accessibilityTrusted = false; });
+    QTRY_VERIFY_WITH_TIMEOUT(panel->isVisible(), longWait);
+    QTRY_VERIFY(window.diagnostics()->y() > panelTop + panel->height());
 }
 
 void MainWindowTest::everyControlIsNamedForAssistiveTechnology() {
