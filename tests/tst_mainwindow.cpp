@@ -450,7 +450,7 @@ void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
     // in the chosen order, the order before it (newest first) breaking the tie between the two Trace Route
     // reports.
     QVERIFY(!addReport(f.reports, ScriptCatalog::traceRoute, today(13)).isEmpty());
-    QTRY_COMPARE_WITH_TIMEOUT(window.reports()->reports().size(), 4, MainWindow::refreshIntervalMs * 3);
+    QTRY_COMPARE_WITH_TIMEOUT(window.reports()->reports().size(), 4, longWait);
     QCOMPARE(shownRows(table),
              (byType.first(2) + QStringList{"2024-05-01 13:00:00 | Trace Route"} + byType.last(1)));
     // One row height across loads and re-sorts.
