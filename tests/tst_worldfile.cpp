@@ -140,7 +140,7 @@ void WorldFileTest::everyKeyAndEdgeValue() {
     // What the --detect rows below do not show already.
     QVERIFY(!world.accessibilityTrusted);
     QCOMPARE(world.appleEventsStatus, -1744);
-    QCOMPARE(*world.ownPid, 4242);
+    QCOMPARE(world.ownPid.value_or(0), 4242);
     QCOMPARE(world.runningApplications.at(1).pid, 9);
     QCOMPARE(world.runningApplications.at(1).name, QString());
     QCOMPARE(world.windowsError.value(9), -25204);
@@ -149,7 +149,7 @@ void WorldFileTest::everyKeyAndEdgeValue() {
     // Integers at the edges of 32 and 64 bits are read, not rejected, and keep their exact value and kind.
     const SimWorld edges = parsed(R"({"ownPid": 2147483647, "appleEventsStatus": -2147483648, "windowServer":
         [-9223372036854775808, 9223372036854775807, 18446744073709551615, -2147483648, 8e2]})");
-    QCOMPARE(*edges.ownPid, std::numeric_limits<int>::max());
+    QCOMPARE(edges.ownPid.value_or(0), std::numeric_limits<int>::max());
     QCOMPARE(edges.appleEventsStatus, std::numeric_limits<int>::min());
     const QVariantList integers = edges.windowServer.value.toList();
     QCOMPARE(integers,
