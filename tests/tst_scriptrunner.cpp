@@ -152,8 +152,9 @@ void ScriptRunnerTest::chunksAppendWithNothingBetween() {
 }
 
 void ScriptRunnerTest::splitCharacterKeptAndInvalidChunksDropped() {
-    // Each write waits until the runner has taken the previous one, so every write is one read.
-    const QList<QByteArray> chunks{"a\xE2\x82", "\xAC|", "x\xFFy", "\x82z", "ok\xC3", "\xA9!"};
+    // Each write waits until the runner has taken the previous one, so every write is one read. The last
+    // character is never finished.
+    const QList<QByteArray> chunks{"a\xE2\x82", "\xAC|", "x\xFFy", "\x82z", "ok\xC3", "\xA9!", "\xE2\x82"};
     QByteArray body = waitForFile;
     for (qsizetype i = 0; i < chunks.size(); ++i) {
         QByteArray escaped;
@@ -175,6 +176,11 @@ void ScriptRunnerTest::splitCharacterKeptAndInvalidChunksDropped() {
     QVERIFY(waitForEnd(runner));
     QCOMPARE(runner.state().exitCode(), 0);
     QCOMPARE(runner.logBuffer(), QString::fromUtf8("a\xE2\x82\xAC|ok\xC3\xA9!"));
+    // The next run starts afresh: nothing held from the last one spoils its first read.
+    folder.write(ScriptCatalog::connectorReach, "print -rn next\n");
+    runner.run(ScriptCatalog::connectorReach, {});
+    QVERIFY(waitForEnd(runner));
+    QCOMPARE(runner.logBuffer(), QStringLiteral("next"));
 }
 
 void ScriptRunnerTest::endsCompletedWithItsStatus_data() {
