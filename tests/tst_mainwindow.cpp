@@ -42,23 +42,25 @@ constexpr int longWait = 15000; // generous: the machine is shared
 // the work folder) or, for the monitor, until it is terminated; the reach script writes a report as it ends.
 QString scriptText(ScriptCatalog script, const QString& work, const QString& reports) {
     const QString go = work + u'/' + script.fileName() + QStringLiteral(".go");
+    // zselect waits inside the shell: no sleep process every few milliseconds on a shared machine.
+    const QString waits = QStringLiteral("zmodload zsh/zselect\n");
     switch (script) {
     case ScriptCatalog::connectorReach:
-        return QStringLiteral(
-                   "print -r -- \"reach start [$*]\"\n"
-                   "while [[ ! -e '%1' ]]; do sleep 0.02; done\n"
-                   "print -r -- '<html></html>' > '%2/OrvantaMacClientReach_20250101-120000.html'\n"
-                   "print -r -- 'reach done'\n")
-            .arg(go, reports);
+        return waits + QStringLiteral(
+                           "print -r -- \"reach start [$*]\"\n"
+                           "while [[ ! -e '%1' ]]; do zselect -t 2; done\n"
+                           "print -r -- '<html></html>' > '%2/OrvantaMacClientReach_20250101-120000.html'\n"
+                           "print -r -- 'reach done'\n")
+                           .arg(go, reports);
     case ScriptCatalog::networkMonitor:
-        return QStringLiteral("trap 'print -r -- \"monitor stopped\"; exit 0' TERM\n"
-                              "print -r -- \"monitor args [$*] count $#\"\n"
-                              "while true; do sleep 0.02; done\n");
+        return waits + QStringLiteral("trap 'print -r -- \"monitor stopped\"; exit 0' TERM\n"
+                                      "print -r -- \"monitor args [$*] count $#\"\n"
+                                      "while true; do zselect -t 2; done\n");
     case ScriptCatalog::traceRoute:
-        return QStringLiteral("print -r -- \"trace start [$*]\"\n"
-                              "while [[ ! -e '%1' ]]; do sleep 0.02; done\n"
-                              "print -r -- 'trace done'\n")
-            .arg(go);
+        return waits + QStringLiteral("print -r -- \"trace start [$*]\"\n"
+                                      "while [[ ! -e '%1' ]]; do zselect -t 2; done\n"
+                                      "print -r -- 'trace done'\n")
+                           .arg(go);
     }
     return {};
 }
