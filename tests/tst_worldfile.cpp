@@ -80,6 +80,23 @@ QStringList passLines(const SimWorld& world) {
     return lines;
 }
 
+// The application run with `arguments`: its exit code (-1 when it crashed or hung) and what it printed.
+struct AppRun {
+    int exitCode = -1;
+    QByteArray out;
+    QString err;
+};
+AppRun runApp(const QStringList& arguments) {
+    QProcess process;
+    process.start(QStringLiteral(ORVANTA_APP_BINARY), arguments);
+    AppRun run;
+    if (process.waitForFinished(10000) && process.exitStatus() == QProcess::NormalExit)
+        run.exitCode = process.exitCode();
+    run.out = process.readAllStandardOutput();
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
+
 QString parseError(const QByteArray& json) {
     WorldOrError result = parseWorld(json, QStringLiteral("w.json"));
     return std::holds_alternative<QString>(result) ? std::get<QString>(result) : QString();
@@ -317,26 +334,21 @@ void WorldFileTest::detectCommand() {
     QFETCH(QStringList, tail);
     QFETCH(QStringList, titles);
     const QString path = writeFile(QStringLiteral("detect.json"), world);
-    QProcess process;
-    process.start(QStringLiteral(ORVANTA_APP_BINARY),
-                  {QStringLiteral("--detect"), QStringLiteral("--simulate"), path});
-    QVERIFY(process.waitForFinished(10000));
-    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(process.exitCode(), 0);
-    QCOMPARE(process.readAllStandardError(), QByteArray());
-    const QString text = QString::fromUtf8(process.readAllStandardOutput());
+    const AppRun run = runApp({QStringLiteral("--detect"), QStringLiteral("--simulate"), path});
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(run.err, QString());
+    const QString text = QString::fromUtf8(run.out);
     QStringList lines = text.split(QLatin1Char('\n'));
     QCOMPARE(lines.takeLast(), QString()); // every line ends with a line feed
     QCOMPARE(lines.first(), QStringLiteral("=== Detection @ 2025-03-04 09:15:27 +0000 ==="));
     QCOMPARE(lines.mid(lines.size() - tail.size()), tail);
 
     // The JSON document says the same, line for line.
-    process.start(QStringLiteral(ORVANTA_APP_BINARY),
-                  {QStringLiteral("--detect"), QStringLiteral("--json"), QStringLiteral("--simulate"), path});
-    QVERIFY(process.waitForFinished(10000));
-    QCOMPARE(process.exitCode(), 0);
+    const AppRun jsonRun =
+        runApp({QStringLiteral("--detect"), QStringLiteral("--json"), QStringLiteral("--simulate"), path});
+    QCOMPARE(jsonRun.exitCode, 0);
     QJsonParseError error;
-    const QJsonObject json = QJsonDocument::fromJson(process.readAllStandardOutput(), &error).object();
+    const QJsonObject json = QJsonDocument::fromJson(jsonRun.out, &error).object();
     QCOMPARE(error.error, QJsonParseError::NoError);
     QStringList jsonTitles;
     for (const QJsonValue& session : json.value(QStringLiteral("sessions")).toArray())
@@ -355,33 +367,26 @@ void WorldFileTest::detectCommand() {
 }
 
 void WorldFileTest::detectCommandRejectsABadWorld() {
-    const QString path =
+    const QString bad =
         writeFile(QStringLiteral("bad.json"), "{\n  \"windows\": {\"812\": [\n    {\"pid\": 1.5}]}}");
-    QProcess process;
-    process.start(QStringLiteral(ORVANTA_APP_BINARY),
-                  {QStringLiteral("--detect"), QStringLiteral("--simulate"), path});
-    QVERIFY(process.waitForFinished(10000));
-    QCOMPARE(process.exitCode(), 2);
-    QCOMPARE(process.readAllStandardOutput(), QByteArray());
-    const QString error = QString::fromUtf8(process.readAllStandardError());
-    QVERIFY2(error.startsWith(path + QStringLiteral(":3: \"windows.812[0].pid\": expected an integer")),
-             qPrintable(error));
-
     // Only a regular file of a sensible size is read; nothing else blocks or exhausts memory.
     const QString pipe = m_dir.filePath(QStringLiteral("pipe.json"));
     QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
     QFile large(m_dir.filePath(QStringLiteral("large.json")));
     QVERIFY(large.open(QIODevice::WriteOnly) && large.resize(maximumWorldFileSize + 1));
     large.close();
-    for (const QString& unreadable : {m_dir.filePath(QStringLiteral("none.json")), pipe,
-                                      QStringLiteral("/dev/zero"), m_dir.path(), large.fileName()}) {
-        process.start(QStringLiteral(ORVANTA_APP_BINARY),
-                      {QStringLiteral("--detect"), QStringLiteral("--simulate"), unreadable});
-        QVERIFY(process.waitForFinished(10000));
-        QCOMPARE(process.exitCode(), 2);
-        const QString message = QString::fromUtf8(process.readAllStandardError());
-        QVERIFY2(message.startsWith(unreadable + QStringLiteral(": cannot read the world file: ")),
-                 qPrintable(message));
+    const QString unreadable = QStringLiteral(": cannot read the world file: ");
+    for (const auto& [path, error] : QList<std::pair<QString, QString>>{
+             {bad, QStringLiteral(":3: \"windows.812[0].pid\": expected an integer")},
+             {m_dir.filePath(QStringLiteral("none.json")), unreadable},
+             {pipe, unreadable},
+             {QStringLiteral("/dev/zero"), unreadable},
+             {m_dir.path(), unreadable},
+             {large.fileName(), unreadable}}) {
+        const AppRun run = runApp({QStringLiteral("--detect"), QStringLiteral("--simulate"), path});
+        QCOMPARE(run.exitCode, 2);
+        QCOMPARE(run.out, QByteArray());
+        QVERIFY2(run.err.startsWith(path + error), qPrintable(run.err));
     }
 }
 
@@ -512,25 +517,21 @@ void WorldFileTest::recordCommand() {
     const QString world =
         writeFile(QStringLiteral("record.json"), detectWorld(QStringLiteral("named sessions")));
     const QString recording = m_dir.filePath(QStringLiteral("recording.json"));
-    QProcess process;
-    process.start(QStringLiteral(ORVANTA_APP_BINARY),
-                  {QStringLiteral("--simulate"), world, QStringLiteral("--record-world"), recording});
-    QVERIFY(process.waitForFinished(10000));
-    QCOMPARE(process.exitCode(), 0);
-    QCOMPARE(process.readAllStandardOutput(), QByteArray());
+    const AppRun run =
+        runApp({QStringLiteral("--simulate"), world, QStringLiteral("--record-world"), recording});
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(run.out, QByteArray());
     QCOMPARE(passLines(std::get<SimWorld>(loadWorldFile(recording))),
              passLines(std::get<SimWorld>(loadWorldFile(world))));
 
     // A path that cannot be written is a clear error, and nothing is left behind.
     const QStringList before = QDir(m_dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
     for (const QString& target : {m_dir.filePath(QStringLiteral("missing/recording.json")), m_dir.path()}) {
-        process.start(QStringLiteral(ORVANTA_APP_BINARY),
-                      {QStringLiteral("--simulate"), world, QStringLiteral("--record-world"), target});
-        QVERIFY(process.waitForFinished(10000));
-        QCOMPARE(process.exitCode(), 2);
-        const QString message = QString::fromUtf8(process.readAllStandardError());
-        QVERIFY2(message.startsWith(target + QStringLiteral(": cannot write the recording: ")),
-                 qPrintable(message));
+        const AppRun failed =
+            runApp({QStringLiteral("--simulate"), world, QStringLiteral("--record-world"), target});
+        QCOMPARE(failed.exitCode, 2);
+        QVERIFY2(failed.err.startsWith(target + QStringLiteral(": cannot write the recording: ")),
+                 qPrintable(failed.err));
     }
     QCOMPARE(QDir(m_dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
 }
