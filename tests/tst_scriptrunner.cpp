@@ -271,7 +271,6 @@ void ScriptRunnerTest::startWhileChildLivesIsRefused() {
     runner.cancel();
     QTRY_COMPARE_WITH_TIMEOUT(runner.state().kind(), Kind::completed, timeoutMs);
     QCOMPARE(runner.state().script(), ScriptCatalog::networkMonitor);
-    QCOMPARE(runner.state().exitCode(), 15);
 
     runner.run(ScriptCatalog::traceRoute, {});
     QVERIFY(waitForEnd(runner));
