@@ -29,48 +29,31 @@ const QByteArray oneSessionWorld = R"({
   "windows": {"812": [{"title": "Work desktop", "subrole": "AXStandardWindow", "size": [1920, 1080], "minimized": false}]}
 })";
 
-// A helper program (an X server, a tray) for as long as the test needs it.
-class Helper {
+// A child process for as long as the test needs it (the application, an X server, a tray), on `display`
+// when one is given; standard error is read line by line.
+class Child {
 public:
-    Helper(const QString& program, const QStringList& arguments, const QString& display = {},
-           bool readOutput = false) {
+    Child(const QString& program, const QStringList& arguments, const QString& display = {},
+          const QString& home = {}) {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"),
+                           display.isEmpty() ? QStringLiteral("offscreen") : QStringLiteral("xcb"));
         if (!display.isEmpty())
             environment.insert(QStringLiteral("DISPLAY"), display);
-        process.setProcessEnvironment(environment);
-        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        if (!readOutput)
-            process.setStandardOutputFile(QProcess::nullDevice());
-        process.start(program, arguments);
-    }
-    ~Helper() {
-        process.terminate();
-        if (!process.waitForFinished(5000)) {
-            process.kill();
-            process.waitForFinished(5000);
-        }
-    }
-    QProcess process;
-};
-
-// The real application on a simulated world, with its own home folder: headless, or on `display`.
-class AppProcess {
-public:
-    AppProcess(const QString& home, const QString& world, const QString& display = {}) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), home);
-        if (display.isEmpty()) {
-            environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        } else {
-            environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-            environment.insert(QStringLiteral("DISPLAY"), display);
-        }
+        if (!home.isEmpty())
+            environment.insert(QStringLiteral("HOME"), home);
         process.setProcessEnvironment(environment);
         process.setReadChannel(QProcess::StandardError);
-        process.start(QStringLiteral(ORVANTA_APP_BINARY),
-                      {QStringLiteral("--simulate"), world, QStringLiteral("--verbose")});
+        process.start(program, arguments);
     }
-    ~AppProcess() {
+    // The real application on a simulated world, with its own home folder.
+    static std::unique_ptr<Child> app(const QString& home, const QString& world,
+                                      const QString& display = {}) {
+        return std::make_unique<Child>(
+            QStringLiteral(ORVANTA_APP_BINARY),
+            QStringList{QStringLiteral("--simulate"), world, QStringLiteral("--verbose")}, display, home);
+    }
+    ~Child() {
         if (process.state() != QProcess::NotRunning) {
             process.terminate();
             if (!process.waitForFinished(5000)) {
@@ -120,33 +103,33 @@ private Q_SLOTS:
     }
 
     void aSecondLaunchShowsTheFirstAndLeaves() {
-        AppProcess first(m_home.path(), m_world);
-        QVERIFY2(first.waitForLine(QStringLiteral("app: ready")), qPrintable(first.lines.join('\n')));
+        const auto first = Child::app(m_home.path(), m_world);
+        QVERIFY2(first->waitForLine(QStringLiteral("app: ready")), qPrintable(first->lines.join('\n')));
         // The build tree's scripts are found when the application is not installed.
-        QVERIFY(first.lines.contains(QStringLiteral("app: script runners in ") +
-                                     scriptsFolder(QFileInfo(ORVANTA_APP_BINARY).absolutePath())));
+        QVERIFY(first->lines.contains(QStringLiteral("app: script runners in ") +
+                                      scriptsFolder(QFileInfo(ORVANTA_APP_BINARY).absolutePath())));
         QVERIFY(QFileInfo::exists(scriptsFolder(QFileInfo(ORVANTA_APP_BINARY).absolutePath()) +
                                   QStringLiteral("/orvanta-mac-network-monitor.zsh")));
         // The first detection pass ran and its lines reached the log.
-        QVERIFY(first.waitForLine(QStringLiteral("Result: sessions count=1 named=1 unnamed=0")));
-        QVERIFY(first.waitForLine(
+        QVERIFY(first->waitForLine(QStringLiteral("Result: sessions count=1 named=1 unnamed=0")));
+        QVERIFY(first->waitForLine(
             QStringLiteral("simulated desktop: ask permission to automate com.apple.systemevents")));
         // Where there is no menu bar the window opened at start, bringing the application forward once.
-        const int activations = int(first.lines.count(QStringLiteral("simulated desktop: activate self")));
+        const int activations = int(first->lines.count(QStringLiteral("simulated desktop: activate self")));
 
-        AppProcess second(m_home.path(), m_world);
-        QVERIFY(second.process.waitForFinished(10000));
-        QCOMPARE(second.process.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(second.process.exitCode(), 0);
-        second.readLines();
-        QVERIFY(second.lines.contains(
+        const auto second = Child::app(m_home.path(), m_world);
+        QVERIFY(second->process.waitForFinished(10000));
+        QCOMPARE(second->process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(second->process.exitCode(), 0);
+        second->readLines();
+        QVERIFY(second->lines.contains(
             QStringLiteral("Orvanta Mac Toolkit is already running: showing its window.")));
-        QVERIFY(!second.lines.contains(QStringLiteral("app: session monitor")));
+        QVERIFY(!second->lines.contains(QStringLiteral("app: session monitor")));
 
         // The first copy brings itself forward for the window again, and keeps running.
-        QVERIFY(first.waitForLine(QStringLiteral("simulated desktop: activate self"), activations + 1));
-        QVERIFY(first.lines.contains(QStringLiteral("app: toolkit window opened")));
-        QCOMPARE(first.process.state(), QProcess::Running);
+        QVERIFY(first->waitForLine(QStringLiteral("simulated desktop: activate self"), activations + 1));
+        QVERIFY(first->lines.contains(QStringLiteral("app: toolkit window opened")));
+        QCOMPARE(first->process.state(), QProcess::Running);
     }
 
     void quitsPromptlyWhileSystemEventsHangs() {
@@ -156,15 +139,15 @@ private Q_SLOTS:
         QVERIFY(world.open(QIODevice::WriteOnly | QIODevice::Truncate));
         world.write(QByteArray(oneSessionWorld).replace("{\n", "{\"appleScriptDelayMs\": 600000,\n"));
         world.close();
-        AppProcess app(m_home.path(), m_world);
-        QVERIFY(app.waitForLine(QStringLiteral("app: ready")));
-        QVERIFY(app.waitForLine(QStringLiteral("simulated desktop: System Events answers in 600000 ms")));
-        app.process.terminate();
-        QVERIFY(app.process.waitForFinished(60000));
-        QCOMPARE(app.process.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(app.process.exitCode(), 0);
-        app.readLines();
-        QVERIFY(app.lines.contains(QStringLiteral("app: quitting")));
+        const auto app = Child::app(m_home.path(), m_world);
+        QVERIFY(app->waitForLine(QStringLiteral("app: ready")));
+        QVERIFY(app->waitForLine(QStringLiteral("simulated desktop: System Events answers in 600000 ms")));
+        app->process.terminate();
+        QVERIFY(app->process.waitForFinished(60000));
+        QCOMPARE(app->process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(app->process.exitCode(), 0);
+        app->readLines();
+        QVERIFY(app->lines.contains(QStringLiteral("app: quitting")));
     }
 
     void theWindowStartsAfreshEachTimeItOpens() {
@@ -228,54 +211,43 @@ private Q_SLOTS:
         if (xvfb.isEmpty() || trayer.isEmpty() || xwininfo.isEmpty())
             QSKIP("needs Xvfb, trayer and xwininfo (Debian: xvfb, trayer, x11-utils) for a real tray");
         // Xvfb picks a free display and, once it accepts connections, writes its number on standard output.
-        Helper server(xvfb,
-                      {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
-                       QStringLiteral("0"), QStringLiteral("800x600x24"), QStringLiteral("-nolisten"),
-                       QStringLiteral("tcp")},
-                      {}, true);
+        Child server(xvfb,
+                     {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
+                      QStringLiteral("0"), QStringLiteral("800x600x24"), QStringLiteral("-nolisten"),
+                      QStringLiteral("tcp")},
+                     {});
+        server.process.setReadChannel(QProcess::StandardOutput);
         if (!QTest::qWaitFor([&] { return server.process.canReadLine(); }, 10000))
             QSKIP("Xvfb could not be started");
         const QString display = u':' + QString::fromLatin1(server.process.readLine().trimmed());
+        // The windows inside the tray's panel, once there is one.
         auto tree = [&] {
             QProcess info;
             QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
             environment.insert(QStringLiteral("DISPLAY"), display);
             info.setProcessEnvironment(environment);
-            info.start(xwininfo, {QStringLiteral("-root"), QStringLiteral("-tree")});
+            info.start(xwininfo, {QStringLiteral("-tree"), QStringLiteral("-name"), QStringLiteral("panel")});
             info.waitForFinished(10000);
             return QString::fromLocal8Bit(info.readAllStandardOutput());
         };
-        Helper tray(trayer,
-                    {QStringLiteral("--edge"), QStringLiteral("top"), QStringLiteral("--height"),
-                     QStringLiteral("22"), QStringLiteral("--widthtype"), QStringLiteral("request")},
-                    display);
-        QTRY_VERIFY_WITH_TIMEOUT(tree().contains(QStringLiteral("(\"panel\" \"trayer\")")), 10000);
+        Child tray(trayer,
+                   {QStringLiteral("--edge"), QStringLiteral("top"), QStringLiteral("--height"),
+                    QStringLiteral("22"), QStringLiteral("--widthtype"), QStringLiteral("request")},
+                   display);
+        QTRY_VERIFY_WITH_TIMEOUT(tree().contains(QStringLiteral("Window id:")), 10000);
 
-        AppProcess app(m_home.path(), m_world, display);
-        QVERIFY2(app.waitForLine(QStringLiteral("app: ready")), qPrintable(app.lines.join('\n')));
-        QVERIFY(app.lines.contains(QStringLiteral("app: menu-bar item shown")));
-        QVERIFY(app.lines.contains(QStringLiteral("app: toolkit window opened")));
+        const auto app = Child::app(m_home.path(), m_world, display);
+        QVERIFY2(app->waitForLine(QStringLiteral("app: ready")), qPrintable(app->lines.join('\n')));
+        QVERIFY(app->lines.contains(QStringLiteral("app: menu-bar item shown")));
+        QVERIFY(app->lines.contains(QStringLiteral("app: toolkit window opened")));
         // The tray embeds the item: a small window of the application inside the tray's panel.
-        auto indent = [](const QString& line) { return line.size() - line.trimmed().size(); };
-        QString embedded;
-        QTRY_VERIFY_WITH_TIMEOUT(
-            [&] {
-                const QStringList lines = tree().split(u'\n');
-                qsizetype i =
-                    lines.indexOf(QRegularExpression(QStringLiteral(".*\\(\"panel\" \"trayer\"\\).*")));
-                const qsizetype panelIndent = i < 0 ? 0 : indent(lines[i]);
-                while (i >= 0 && ++i < lines.size() && indent(lines[i]) > panelIndent) {
-                    if (lines[i].contains(QStringLiteral("\"orvanta-mac-toolkit\"")))
-                        embedded = lines[i];
-                }
-                return !embedded.isEmpty();
-            }(),
-            10000);
-        const QRegularExpressionMatch size =
-            QRegularExpression(QStringLiteral("\\)\\s+(\\d+)x(\\d+)\\+")).match(embedded);
-        QVERIFY2(size.hasMatch() && size.captured(1).toInt() <= 32 && size.captured(2).toInt() <= 32,
-                 qPrintable(embedded));
-        QCOMPARE(app.process.state(), QProcess::Running);
+        const QRegularExpression embedded(
+            QStringLiteral("\"orvanta-mac-toolkit\"[^)]*\\)\\s+(\\d+)x(\\d+)\\+"));
+        QRegularExpressionMatch size;
+        QTRY_VERIFY_WITH_TIMEOUT((size = embedded.match(tree())).hasMatch(), 10000);
+        QVERIFY2(size.captured(1).toInt() <= 32 && size.captured(2).toInt() <= 32,
+                 qPrintable(size.captured()));
+        QCOMPARE(app->process.state(), QProcess::Running);
     }
 
 private:

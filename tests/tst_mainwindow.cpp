@@ -20,7 +20,6 @@
 #include <QHeaderView>
 #include <QPointer>
 #include <QPushButton>
-#include <QScrollBar>
 #include <QSet>
 #include <QTableView>
 #include <QTemporaryDir>
@@ -43,23 +42,25 @@ constexpr int longWait = 15000; // generous: the machine is shared
 // the work folder) or, for the monitor, until it is terminated; the reach script writes a report as it ends.
 QString scriptText(ScriptCatalog script, const QString& work, const QString& reports) {
     const QString go = work + u'/' + script.fileName() + QStringLiteral(".go");
+    // zselect waits inside the shell: no sleep process every few milliseconds on a shared machine.
+    const QString waits = QStringLiteral("zmodload zsh/zselect\n");
     switch (script) {
     case ScriptCatalog::connectorReach:
-        return QStringLiteral(
-                   "print -r -- \"reach start [$*]\"\n"
-                   "while [[ ! -e '%1' ]]; do sleep 0.02; done\n"
-                   "print -r -- '<html></html>' > '%2/OrvantaMacClientReach_20250101-120000.html'\n"
-                   "print -r -- 'reach done'\n")
-            .arg(go, reports);
+        return waits + QStringLiteral(
+                           "print -r -- \"reach start [$*]\"\n"
+                           "while [[ ! -e '%1' ]]; do zselect -t 2; done\n"
+                           "print -r -- '<html></html>' > '%2/OrvantaMacClientReach_20250101-120000.html'\n"
+                           "print -r -- 'reach done'\n")
+                           .arg(go, reports);
     case ScriptCatalog::networkMonitor:
-        return QStringLiteral("trap 'print -r -- \"monitor stopped\"; exit 0' TERM\n"
-                              "print -r -- \"monitor args [$*] count $#\"\n"
-                              "while true; do sleep 0.02; done\n");
+        return waits + QStringLiteral("trap 'print -r -- \"monitor stopped\"; exit 0' TERM\n"
+                                      "print -r -- \"monitor args [$*] count $#\"\n"
+                                      "while true; do zselect -t 2; done\n");
     case ScriptCatalog::traceRoute:
-        return QStringLiteral("print -r -- \"trace start [$*]\"\n"
-                              "while [[ ! -e '%1' ]]; do sleep 0.02; done\n"
-                              "print -r -- 'trace done'\n")
-            .arg(go);
+        return waits + QStringLiteral("print -r -- \"trace start [$*]\"\n"
+                                      "while [[ ! -e '%1' ]]; do zselect -t 2; done\n"
+                                      "print -r -- 'trace done'\n")
+                           .arg(go);
     }
     return {};
 }
@@ -86,13 +87,6 @@ QString addReport(const QString& folder, ScriptCatalog script, const QDateTime& 
         !file.setFileTime(when, QFileDevice::FileModificationTime))
         return {};
     return path;
-}
-
-QStringList listedNames(const ui::ReportsSection& section) {
-    QStringList names;
-    for (const ReportEntry& entry : section.reports())
-        names.append(entry.url.fileName());
-    return names;
 }
 
 // What the table shows, top to bottom: "timestamp | type" per row.
@@ -143,10 +137,6 @@ struct Fixture {
         permissions->start();
         monitor->start();
     }
-    ~Fixture() {
-        window.reset();
-        // The runners end their children as they go; the monitor and the service stop their queues.
-    }
 
     MainWindow& open() {
         window = std::make_unique<MainWindow>(*reachRunner, *monitorRunner, *traceRunner, *monitor,
@@ -165,6 +155,11 @@ struct Fixture {
     QPushButton* runButton(ScriptCatalog script) const { return window->diagnostics()->card(script).run; }
     QPushButton* openLatestButton(ScriptCatalog script) const {
         return window->diagnostics()->card(script).openLatest;
+    }
+    QPushButton* rowButton(int row, const char* name) const {
+        QTableView* table = window->reports()->table();
+        QWidget* cell = table->indexWidget(table->model()->index(row, ReportsModel::actionsColumn));
+        return cell ? cell->findChild<QPushButton*>(QLatin1String(name)) : nullptr;
     }
     QString log() const { return window->output()->shownText(); }
     bool cancelShown() const { return window->output()->cancelButton()->isVisible(); }
@@ -187,11 +182,9 @@ private Q_SLOTS:
     void overlappingRunsShowTheLatestStartedThenTheOneStillGoing();
     void durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns();
     void startThatFailsLeavesNoTimeStamp();
-    void openLatestReportFollowsTheReportsOfEachScript();
+    void openLatestAndTheRowsActOnTheReportsOfEachScript();
     void sortingByClicksSurvivesTheTimedReload();
-    void trashingTheOnlyReportShowsThePlaceholder();
-    void permissionsPanelFollowsTrust();
-    void focusButtonFollowsTheSessionsAndFocusesTheFirst();
+    void permissionsPanelAndFocusButtonFollowTrustAndTheClient();
     void everyControlIsNamedForAssistiveTechnology();
 };
 
@@ -224,19 +217,12 @@ void MainWindowTest::freshWindowThenOneRunFromItsCard() {
 
     QCOMPARE(f.log(), ui::OutputLogView::placeholderText);
     QVERIFY(!f.cancelShown());
-    QCOMPARE(window.diagnostics()->durationPicker()->currentText(), QStringLiteral("1 hour"));
     QVERIFY(window.reports()->showsPlaceholder());
-    for (ScriptCatalog script : ScriptCatalog::allCases()) {
-        QVERIFY(!window.activity(script).lastStarted && !window.activity(script).lastCompleted);
-        QVERIFY(f.runButton(script)->isEnabled());
-    }
 
     QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
     QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("trace start []\n"), longWait);
     QTRY_VERIFY(f.cancelShown());
     QCOMPARE(logPanel->y(), logTop); // the header row did not grow for "Cancel"
-    QCOMPARE(f.window->output()->cancelButton()->toolTip(),
-             QStringLiteral("Stop the currently running diagnostic."));
     QVERIFY(!f.runButton(ScriptCatalog::traceRoute)->isEnabled());
     QVERIFY(f.runButton(ScriptCatalog::connectorReach)->isEnabled());
     QVERIFY(f.runButton(ScriptCatalog::networkMonitor)->isEnabled());
@@ -250,8 +236,6 @@ void MainWindowTest::freshWindowThenOneRunFromItsCard() {
     QVERIFY(f.runButton(ScriptCatalog::traceRoute)->isEnabled());
     const ui::RunnerActivity& trace = window.activity(ScriptCatalog::traceRoute);
     QVERIFY(trace.lastCompleted && *trace.lastStarted <= *trace.lastCompleted);
-    QScrollBar* bar = window.output()->logArea()->verticalScrollBar();
-    QCOMPARE(bar->value(), bar->maximum());
 }
 
 void MainWindowTest::overlappingRunsShowTheLatestStartedThenTheOneStillGoing() {
@@ -262,7 +246,7 @@ void MainWindowTest::overlappingRunsShowTheLatestStartedThenTheOneStillGoing() {
     QTRY_VERIFY(window.activity(ScriptCatalog::networkMonitor).lastStarted);
 
     // A start stamped in the same millisecond would tie, and the tie goes to the reach runner anyway.
-    QTest::qWait(5);
+    QTRY_VERIFY(QDateTime::currentDateTime() > *window.activity(ScriptCatalog::networkMonitor).lastStarted);
     QTest::mouseClick(f.runButton(ScriptCatalog::connectorReach), Qt::LeftButton);
     QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("reach start []\n"), longWait);
     QVERIFY(f.cancelShown());
@@ -291,31 +275,22 @@ void MainWindowTest::durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns
     Fixture f(clientWorld());
     MainWindow& window = f.open();
     QComboBox* picker = window.diagnostics()->durationPicker();
-    QCOMPARE(picker->width(), 110);
     QStringList labels;
     for (int i = 0; i < picker->count(); ++i)
         labels.append(picker->itemText(i));
     QCOMPARE(labels, (QStringList{"15 min", "30 min", "1 hour", "2 hours", "4 hours", "8 hours", "12 hours",
                                   "Until stopped"}));
 
-    auto runMonitorAndStop = [&](const QString& expectedFirstLine) {
-        QTest::mouseClick(f.runButton(ScriptCatalog::networkMonitor), Qt::LeftButton);
-        QTRY_VERIFY_WITH_TIMEOUT(f.log().startsWith(expectedFirstLine), longWait);
-        QVERIFY(!picker->isEnabled());
-        QVERIFY(f.runButton(ScriptCatalog::traceRoute)->isEnabled());
-        QTest::mouseClick(window.output()->cancelButton(), Qt::LeftButton);
-        QTRY_VERIFY_WITH_TIMEOUT(!f.monitorRunner->isRunning(), longWait);
-        QVERIFY(picker->isEnabled());
-    };
-
-    runMonitorAndStop(QStringLiteral("monitor args [] count 0\n"));
+    // The picker's choice reaches the script as separate arguments, and the picker is locked during the run.
     picker->setFocus();
-    QTest::keyClick(picker, Qt::Key_End);
-    QCOMPARE(picker->currentText(), QStringLiteral("Until stopped"));
-    runMonitorAndStop(QStringLiteral("monitor args [--indefinite] count 1\n"));
     QTest::keyClick(picker, Qt::Key_Home);
-    QCOMPARE(picker->currentText(), QStringLiteral("15 min"));
-    runMonitorAndStop(QStringLiteral("monitor args [--duration 15] count 2\n"));
+    QTest::mouseClick(f.runButton(ScriptCatalog::networkMonitor), Qt::LeftButton);
+    QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("monitor args [--duration 15] count 2\n"), longWait);
+    QVERIFY(!picker->isEnabled());
+    QVERIFY(f.runButton(ScriptCatalog::traceRoute)->isEnabled());
+    QTest::mouseClick(window.output()->cancelButton(), Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(!f.monitorRunner->isRunning(), longWait);
+    QVERIFY(picker->isEnabled());
 
     // The chosen duration is the monitor's alone.
     QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
@@ -341,45 +316,26 @@ void MainWindowTest::durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns
 }
 
 void MainWindowTest::startThatFailsLeavesNoTimeStamp() {
-    // Trace Route runs through a shell of the test's own, which can be made impossible to execute.
+    // Trace Route runs through a "shell" that cannot be executed.
     QTemporaryDir bin;
     const QString shell = bin.filePath(QStringLiteral("zsh"));
-    QVERIFY(writeFile(shell, "#!/bin/sh\nexec /bin/zsh \"$@\"\n",
-                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    QVERIFY(writeFile(shell, "#!/bin/sh\n", QFile::ReadOwner | QFile::WriteOwner));
     Fixture f(clientWorld(), shell);
     MainWindow& window = f.open();
+    // A launch the operating system refuses, then a script that is missing: each publishes running and
+    // failed at once, and the window, taking in both in one update, leaves no time stamp and no "Cancel".
     QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
-    QTRY_COMPARE_WITH_TIMEOUT(f.log(), QStringLiteral("trace start []\n"), longWait);
-    f.release(ScriptCatalog::traceRoute);
-    QTRY_VERIFY_WITH_TIMEOUT(!f.cancelShown(), longWait);
-    // The reach run ends last, so its output is the one shown.
-    QTest::mouseClick(f.runButton(ScriptCatalog::connectorReach), Qt::LeftButton);
-    f.release(ScriptCatalog::connectorReach);
-    QTRY_VERIFY_WITH_TIMEOUT(window.activity(ScriptCatalog::connectorReach).lastCompleted, longWait);
-    QCOMPARE(f.log(), QStringLiteral("reach start []\nreach done\n"));
-    const ui::RunnerActivity before = window.activity(ScriptCatalog::traceRoute);
-
-    // A launch the operating system refuses, then a script that is missing: neither leaves a time stamp,
-    // moves the log to the Trace Route runner, or shows "Cancel".
-    QVERIFY(QFile::setPermissions(shell, QFile::ReadOwner | QFile::WriteOwner));
-    QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
-    QVERIFY(f.traceRunner->state().error() &&
-            std::holds_alternative<ScriptRunner::PlatformError>(*f.traceRunner->state().error()));
     QVERIFY(QFile::remove(f.scripts + u'/' + ScriptCatalog(ScriptCatalog::traceRoute).fileName()));
     QTest::mouseClick(f.runButton(ScriptCatalog::traceRoute), Qt::LeftButton);
-    QVERIFY(f.traceRunner->state().error() &&
-            std::holds_alternative<ScriptRunner::LaunchError>(*f.traceRunner->state().error()));
-    QTest::qWait(50); // let the window take the changes in
-    const ui::RunnerActivity& after = window.activity(ScriptCatalog::traceRoute);
-    QCOMPARE(after.lastStarted, before.lastStarted);
-    QCOMPARE(after.lastCompleted, before.lastCompleted);
-    QCOMPARE(&window.activeRunner(), f.reachRunner.get());
-    QCOMPARE(f.log(), QStringLiteral("reach start []\nreach done\n"));
+    QCoreApplication::processEvents();
+    QVERIFY(f.traceRunner->state().error());
+    QVERIFY(!window.activity(ScriptCatalog::traceRoute).lastStarted);
+    QVERIFY(!window.activity(ScriptCatalog::traceRoute).lastCompleted);
     QVERIFY(f.runButton(ScriptCatalog::traceRoute)->isEnabled());
     QVERIFY(!f.cancelShown());
 }
 
-void MainWindowTest::openLatestReportFollowsTheReportsOfEachScript() {
+void MainWindowTest::openLatestAndTheRowsActOnTheReportsOfEachScript() {
     Fixture f(clientWorld());
     MainWindow& window = f.open();
     for (ScriptCatalog script : ScriptCatalog::allCases())
@@ -388,13 +344,10 @@ void MainWindowTest::openLatestReportFollowsTheReportsOfEachScript() {
     const QString older = addReport(f.reports, ScriptCatalog::networkMonitor, today(9));
     const QString newer = addReport(f.reports, ScriptCatalog::networkMonitor, today(11));
     QVERIFY(!older.isEmpty() && !newer.isEmpty());
-    // Written by other means: listed at the next tick of the window's own timer.
-    QTRY_VERIFY_WITH_TIMEOUT(f.openLatestButton(ScriptCatalog::networkMonitor)->isEnabled(),
-                             MainWindow::refreshIntervalMs * 3);
+    window.refreshReports();
+    QVERIFY(f.openLatestButton(ScriptCatalog::networkMonitor)->isEnabled());
     QVERIFY(!f.openLatestButton(ScriptCatalog::connectorReach)->isEnabled());
     QVERIFY(!f.openLatestButton(ScriptCatalog::traceRoute)->isEnabled());
-    QCOMPARE(window.reports()->reports().size(), 2);
-
     QTest::mouseClick(f.openLatestButton(ScriptCatalog::networkMonitor), Qt::LeftButton);
     QCOMPARE(f.opened(), QStringList{QUrl::fromLocalFile(newer).toString()});
 
@@ -408,11 +361,22 @@ void MainWindowTest::openLatestReportFollowsTheReportsOfEachScript() {
     window.refreshReports();
     QVERIFY(!f.openLatestButton(ScriptCatalog::networkMonitor)->isEnabled());
     QVERIFY(f.openLatestButton(ScriptCatalog::traceRoute)->isEnabled());
-    QTableView* table = window.reports()->table();
-    QWidget* cell = table->indexWidget(table->model()->index(0, ReportsModel::actionsColumn));
-    QVERIFY(cell);
-    QTest::mouseClick(cell->findChild<QPushButton*>(QStringLiteral("openReport")), Qt::LeftButton);
+    QTest::mouseClick(f.rowButton(0, "openReport"), Qt::LeftButton);
     QCOMPARE(f.opened().last(), QUrl::fromLocalFile(trace).toString());
+
+    // A row's trash button: the list and the card follow in the same step that moved the file, not at a
+    // later tick of the timer.
+    QTest::mouseClick(f.rowButton(0, "trashReport"), Qt::LeftButton);
+    QTRY_VERIFY(!QFile::exists(trace));
+    QVERIFY(window.reports()->showsPlaceholder());
+    QVERIFY(window.reports()->placeholder()->isVisible());
+    QVERIFY(!f.openLatestButton(ScriptCatalog::traceRoute)->isEnabled());
+    QVERIFY(f.desktop.actionDescriptions().contains(QStringLiteral("trash ") + trace));
+#ifdef Q_OS_LINUX
+    // Into the (temporary) freedesktop trash, not into nothing. (macOS uses the user's own Trash.)
+    QVERIFY(QFile::exists(qEnvironmentVariable("XDG_DATA_HOME") + QStringLiteral("/Trash/files/") +
+                          QFileInfo(trace).fileName()));
+#endif
 }
 
 void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
@@ -426,114 +390,58 @@ void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
     QCOMPARE(shownRows(table), (QStringList{"2024-05-01 12:00:00 | Network Monitor",
                                             "2024-05-01 11:00:00 | Connector Reachability",
                                             "2024-05-01 10:00:00 | Trace Route"}));
-    QCOMPARE(table->model()->headerData(ReportsModel::actionsColumn, Qt::Horizontal).toString(),
-             QStringLiteral("Actions"));
-
-    clickHeader(table, ReportsModel::timestampColumn);
-    QCOMPARE(shownRows(table),
-             (QStringList{"2024-05-01 10:00:00 | Trace Route", "2024-05-01 11:00:00 | Connector Reachability",
-                          "2024-05-01 12:00:00 | Network Monitor"}));
     clickHeader(table, ReportsModel::typeColumn);
     const QStringList byType{"2024-05-01 11:00:00 | Connector Reachability",
                              "2024-05-01 12:00:00 | Network Monitor", "2024-05-01 10:00:00 | Trace Route"};
     QCOMPARE(shownRows(table), byType);
-    // "Actions" cannot be sorted by: the rows and the arrow stay as they are.
-    clickHeader(table, ReportsModel::actionsColumn);
-    QCOMPARE(shownRows(table), byType);
-    QCOMPARE(table->horizontalHeader()->sortIndicatorSection(), int(ReportsModel::typeColumn));
-    QCOMPARE(table->horizontalHeader()->sortIndicatorOrder(), Qt::AscendingOrder);
     const int rowHeight = table->rowHeight(0);
-    QVERIFY(rowHeight >=
-            table->indexWidget(table->model()->index(0, ReportsModel::actionsColumn))->sizeHint().height());
+    QVERIFY(rowHeight >= f.rowButton(0, "openReport")->parentWidget()->sizeHint().height());
 
     // A reload that finds nothing new leaves the table alone: the row the user selected, and the button
     // under the pointer, survive it.
     const QRect second = table->visualRect(table->model()->index(1, ReportsModel::typeColumn));
     QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, second.center());
-    QCOMPARE(table->selectionModel()->selectedRows().size(), 1);
-    const QPointer<QWidget> cell = table->indexWidget(table->model()->index(1, ReportsModel::actionsColumn));
+    const QPointer<QWidget> cell = f.rowButton(1, "openReport");
     window.refreshReports();
     QCOMPARE(shownRows(table), byType);
     QCOMPARE(table->selectionModel()->selectedRows().size(), 1);
     QCOMPARE(table->selectionModel()->selectedRows().first().row(), 1);
     QVERIFY(cell);
 
-    // A newer Trace Route report appears at the next tick, and the chosen order holds, the earlier
-    // timestamp order breaking the tie between the two Trace Route reports.
+    // The one wait for the window's own timer: a report written by other means appears at its next tick,
+    // in the chosen order, the order before it (newest first) breaking the tie between the two Trace Route
+    // reports.
     QVERIFY(!addReport(f.reports, ScriptCatalog::traceRoute, today(13)).isEmpty());
-    QTRY_COMPARE_WITH_TIMEOUT(window.reports()->reports().size(), 4, MainWindow::refreshIntervalMs * 3);
-    QCOMPARE(shownRows(table), (byType + QStringList{"2024-05-01 13:00:00 | Trace Route"}));
-
-    clickHeader(table, ReportsModel::typeColumn);
-    QCOMPARE(shownRows(table).first(), QStringLiteral("2024-05-01 10:00:00 | Trace Route"));
+    QTRY_COMPARE_WITH_TIMEOUT(window.reports()->reports().size(), 4, longWait);
+    QCOMPARE(shownRows(table),
+             (byType.first(2) + QStringList{"2024-05-01 13:00:00 | Trace Route"} + byType.last(1)));
     // One row height across loads and re-sorts.
     for (int row = 0; row < table->model()->rowCount(); ++row)
         QCOMPARE(table->rowHeight(row), rowHeight);
-    QCOMPARE(listedNames(*window.reports()).last(),
-             QStringLiteral("OrvantaMacClientReach_20240501-110000.html"));
 }
 
-void MainWindowTest::trashingTheOnlyReportShowsThePlaceholder() {
-    Fixture f(clientWorld());
-    const QString report = addReport(f.reports, ScriptCatalog::connectorReach, today(10));
-    QVERIFY(!report.isEmpty());
-    MainWindow& window = f.open();
-    QVERIFY(!window.reports()->showsPlaceholder());
-    QTableView* table = window.reports()->table();
-    QWidget* cell = table->indexWidget(table->model()->index(0, ReportsModel::actionsColumn));
-    QVERIFY(cell);
-    auto* trash = cell->findChild<QPushButton*>(QStringLiteral("trashReport"));
-    QCOMPARE(trash->toolTip(), QStringLiteral("Move this report to the Trash."));
-    QTest::mouseClick(trash, Qt::LeftButton);
-
-    QTRY_VERIFY(window.reports()->showsPlaceholder());
-    QVERIFY(window.reports()->placeholder()->isVisible());
-    QVERIFY(!f.openLatestButton(ScriptCatalog::connectorReach)->isEnabled());
-    QVERIFY(f.desktop.actionDescriptions().contains(QStringLiteral("trash ") + report));
-    QVERIFY(!QFile::exists(report));
-#ifdef Q_OS_LINUX
-    // The file went to the (temporary) freedesktop trash, not into nothing. (macOS uses the user's own
-    // Trash.)
-    const QString trashed = qEnvironmentVariable("XDG_DATA_HOME") + QStringLiteral("/Trash/files/") +
-                            QFileInfo(report).fileName();
-    QVERIFY2(QFile::exists(trashed), qPrintable(trashed));
-#endif
-}
-
-void MainWindowTest::permissionsPanelFollowsTrust() {
-    SimWorld world = clientWorld();
+void MainWindowTest::permissionsPanelAndFocusButtonFollowTrustAndTheClient() {
+    SimWorld world =
+        clientWorld({testing::window(QStringLiteral("Desk 1")), testing::window(QStringLiteral("Desk 2"))});
     world.accessibilityTrusted = false;
     Fixture f(world);
     MainWindow& window = f.open();
     QWidget* panel = window.permissionsPanel();
+    QPushButton* focus = window.focusButton();
     QVERIFY(panel->isVisible());
+    QVERIFY(!focus->isEnabled());
     const int panelTop = panel->y();
-    auto* grant = panel->findChild<QPushButton*>();
-    QCOMPARE(grant->text(), QStringLiteral("Grant"));
-    QTest::mouseClick(grant, Qt::LeftButton);
+    QTest::mouseClick(panel->findChild<QPushButton*>(), Qt::LeftButton);
     QCOMPARE(f.opened(), QStringList{PermissionsService::accessibilitySettingsURL().toString()});
 
     f.desktop.updateWorld([](SimWorld& w) { w.accessibilityTrusted = true; });
     QTRY_VERIFY_WITH_TIMEOUT(!panel->isVisible(), longWait);
     // The diagnostics move up into its place.
     QTRY_COMPARE(window.diagnostics()->y(), panelTop);
-
-    f.desktop.updateWorld([](SimWorld& w) { w.accessibilityTrusted = false; });
-    QTRY_VERIFY_WITH_TIMEOUT(panel->isVisible(), longWait);
-    QTRY_VERIFY(window.diagnostics()->y() > panelTop + panel->height());
-}
-
-void MainWindowTest::focusButtonFollowsTheSessionsAndFocusesTheFirst() {
-    Fixture f(
-        clientWorld({testing::window(QStringLiteral("Desk 1")), testing::window(QStringLiteral("Desk 2"))}));
-    MainWindow& window = f.open();
-    QPushButton* focus = window.focusButton();
-    QCOMPARE(focus->text(), QStringLiteral("Focus Active Session"));
     QTRY_VERIFY_WITH_TIMEOUT(focus->isEnabled(), longWait);
-    const QList<SessionInfo> sessions = f.monitor->status().sessions();
-    QCOMPARE(sessions.size(), 2);
-    QCOMPARE(sessions.first().title, QStringLiteral("Desk 1"));
+    QCOMPARE(f.monitor->status().sessions().size(), 2);
 
+    // The first session is focused: the application first, then the client, then its window.
     f.desktop.clearActions();
     QTest::mouseClick(focus, Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(f.desktop.actionDescriptions().size() >= 3, longWait);
@@ -544,9 +452,12 @@ void MainWindowTest::focusButtonFollowsTheSessionsAndFocusesTheFirst() {
                  actions[2].contains(QStringLiteral("\"Desk 1\"")),
              qPrintable(actions[2]));
 
-    // The client quits: no session, no focusing.
+    // The client quits: no session, no focusing. Trust withdrawn: the panel is back.
     f.desktop.updateWorld([](SimWorld& w) { w.runningApplications.clear(); });
     QTRY_VERIFY_WITH_TIMEOUT(!focus->isEnabled(), longWait);
+    f.desktop.updateWorld([](SimWorld& w) { w.accessibilityTrusted = false; });
+    QTRY_VERIFY_WITH_TIMEOUT(panel->isVisible(), longWait);
+    QTRY_VERIFY(window.diagnostics()->y() > panelTop + panel->height());
 }
 
 void MainWindowTest::everyControlIsNamedForAssistiveTechnology() {

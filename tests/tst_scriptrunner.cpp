@@ -8,6 +8,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <functional>
+#include <list>
 #include <memory>
 
 using namespace orvanta;
@@ -65,9 +67,8 @@ QString description(const ScriptRunner::RunState& state) {
 // Restores an environment variable of this process when the test ends.
 class EnvironmentGuard {
 public:
-    explicit EnvironmentGuard(const char* name) : m_name(name), m_had(qEnvironmentVariableIsSet(name)) {
-        m_value = qgetenv(name);
-    }
+    explicit EnvironmentGuard(QByteArray name)
+        : m_name(std::move(name)), m_had(qEnvironmentVariableIsSet(m_name)), m_value(qgetenv(m_name)) {}
     ~EnvironmentGuard() {
         if (m_had)
             qputenv(m_name, m_value);
@@ -76,7 +77,7 @@ public:
     }
 
 private:
-    const char* m_name;
+    QByteArray m_name;
     bool m_had;
     QByteArray m_value;
 };
@@ -87,18 +88,16 @@ class ScriptRunnerTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void decoderKeepsSplitCharactersAndDropsBadReads();
-    void newRunnerIsIdleAndCancelDoesNothing();
     void runsZshWithSeparateArgumentsInHome();
     void chunksAppendWithNothingBetween();
     void splitCharacterKeptAndInvalidChunksDropped();
-    void nonZeroExitIsCompleted();
-    void cancelEndsWithSignalOrTrappedStatus_data();
-    void cancelEndsWithSignalOrTrappedStatus();
+    void endsCompletedWithItsStatus_data();
+    void endsCompletedWithItsStatus();
     void refusedStartsKeepPreviousOutput();
     void startWhileChildLivesIsRefused();
     void launchErrorFollowsRunning();
-    void childEnvironmentRules();
-    void childSeesEnvironment();
+    void childEnvironment_data();
+    void childEnvironment();
     void destructionLeavesNoChild();
 };
 
@@ -119,17 +118,6 @@ void ScriptRunnerTest::decoderKeepsSplitCharactersAndDropsBadReads() {
     QCOMPARE(decoder.decode("\xEF\xBB\xBFx"), QString(QChar(0xFEFF)) + u'x'); // the mark is kept
 }
 
-void ScriptRunnerTest::newRunnerIsIdleAndCancelDoesNothing() {
-    ScriptRunner runner(QStringLiteral("/nonexistent"));
-    QSignalSpy stateSpy(&runner, &ScriptRunner::stateChanged);
-    QCOMPARE(runner.state().kind(), Kind::idle);
-    QVERIFY(!runner.state().script());
-    QVERIFY(runner.logBuffer().isEmpty());
-    runner.cancel();
-    QCOMPARE(stateSpy.count(), 0);
-    QCOMPARE(runner.property("isRunning").toBool(), false);
-}
-
 void ScriptRunnerTest::runsZshWithSeparateArgumentsInHome() {
     ScriptFolder folder;
     folder.write(ScriptCatalog::networkMonitor,
@@ -147,11 +135,6 @@ void ScriptRunnerTest::runsZshWithSeparateArgumentsInHome() {
     QVERIFY(waitForEnd(runner));
     QCOMPARE(runner.logBuffer(),
              "<two words>\n<$HOME;`id`>\n<>\n" + scriptPath + "\n" + ScriptRunner::homeFolder() + "\n");
-
-    runner.run(ScriptCatalog::networkMonitor,
-               argumentsFor(ScriptCatalog::networkMonitor, MonitorDuration::oneHour));
-    QVERIFY(waitForEnd(runner));
-    QVERIFY(runner.logBuffer().startsWith(scriptPath + "\n"));
 }
 
 void ScriptRunnerTest::chunksAppendWithNothingBetween() {
@@ -170,8 +153,9 @@ void ScriptRunnerTest::chunksAppendWithNothingBetween() {
 }
 
 void ScriptRunnerTest::splitCharacterKeptAndInvalidChunksDropped() {
-    // Each write waits until the runner has taken the previous one, so every write is one read.
-    const QList<QByteArray> chunks{"a\xE2\x82", "\xAC|", "x\xFFy", "\x82z", "ok\xC3", "\xA9!"};
+    // Each write waits until the runner has taken the previous one, so every write is one read. The last
+    // character is never finished.
+    const QList<QByteArray> chunks{"a\xE2\x82", "\xAC|", "x\xFFy", "\x82z", "ok\xC3", "\xA9!", "\xE2\x82"};
     QByteArray body = waitForFile;
     for (qsizetype i = 0; i < chunks.size(); ++i) {
         QByteArray escaped;
@@ -193,50 +177,49 @@ void ScriptRunnerTest::splitCharacterKeptAndInvalidChunksDropped() {
     QVERIFY(waitForEnd(runner));
     QCOMPARE(runner.state().exitCode(), 0);
     QCOMPARE(runner.logBuffer(), QString::fromUtf8("a\xE2\x82\xAC|ok\xC3\xA9!"));
-}
-
-void ScriptRunnerTest::nonZeroExitIsCompleted() {
-    ScriptFolder folder;
-    folder.write(ScriptCatalog::connectorReach, "print out\nprint -u2 err\nexit 2\n");
-    ScriptRunner runner(folder.path());
-    QList<Kind> kinds;
-    connect(&runner, &ScriptRunner::stateChanged, this, [&] { kinds << runner.state().kind(); });
+    // The next run starts afresh: nothing held from the last one spoils its first read.
+    folder.write(ScriptCatalog::connectorReach, "print -rn next\n");
     runner.run(ScriptCatalog::connectorReach, {});
     QVERIFY(waitForEnd(runner));
-    QCOMPARE(kinds, (QList<Kind>{Kind::running, Kind::completed}));
-    QCOMPARE(runner.state().exitCode(), 2);
-    QCOMPARE(runner.state().script(), ScriptCatalog::connectorReach);
-    QVERIFY(!runner.state().error());
-    QCOMPARE(runner.logBuffer(), QStringLiteral("out\nerr\n"));
-    QVERIFY(!runner.hasChild());
+    QCOMPARE(runner.logBuffer(), QStringLiteral("next"));
 }
 
-void ScriptRunnerTest::cancelEndsWithSignalOrTrappedStatus_data() {
+void ScriptRunnerTest::endsCompletedWithItsStatus_data() {
     QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<bool>("cancel");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("output");
-    QTest::newRow("dies of the signal") << idleAfter("before") << 15 << "before";
-    QTest::newRow("traps it") << "trap 'print -rn -- \" trapped\"; exit 3' TERM\n" + idleAfter("before") << 3
-                              << "before trapped";
+    QTest::newRow("exits non-zero, errors merged")
+        << QByteArray("print -rn before\nprint -rnu2 ' err'\nexit 2\n") << false << 2 << "before err";
+    QTest::newRow("cancelled, dies of the signal") << idleAfter("before") << true << 15 << "before";
+    QTest::newRow("cancelled, traps it")
+        << "trap 'print -rn -- \" trapped\"; exit 3' TERM\n" + idleAfter("before") << true << 3
+        << "before trapped";
 }
 
-void ScriptRunnerTest::cancelEndsWithSignalOrTrappedStatus() {
+void ScriptRunnerTest::endsCompletedWithItsStatus() {
     QFETCH(QByteArray, body);
+    QFETCH(bool, cancel);
     QFETCH(int, exitCode);
     QFETCH(QString, output);
     ScriptFolder folder;
     folder.write(ScriptCatalog::networkMonitor, body);
     ScriptRunner runner(folder.path());
-    runner.run(ScriptCatalog::networkMonitor,
-               argumentsFor(ScriptCatalog::networkMonitor, MonitorDuration::untilStopped));
-    QTRY_COMPARE_WITH_TIMEOUT(runner.logBuffer(), QStringLiteral("before"), timeoutMs);
-    runner.cancel();
-    QCOMPARE(runner.state().kind(), Kind::running);
+    QList<Kind> kinds;
+    connect(&runner, &ScriptRunner::stateChanged, this, [&] { kinds << runner.state().kind(); });
+    runner.run(ScriptCatalog::networkMonitor, {});
+    if (cancel) {
+        QTRY_COMPARE_WITH_TIMEOUT(runner.logBuffer(), QStringLiteral("before"), timeoutMs);
+        runner.cancel();
+        QCOMPARE(runner.state().kind(), Kind::running);
+    }
     QVERIFY(waitForEnd(runner));
-    QCOMPARE(runner.state().kind(), Kind::completed);
+    QCOMPARE(kinds, (QList<Kind>{Kind::running, Kind::completed}));
     QCOMPARE(runner.state().script(), ScriptCatalog::networkMonitor);
     QCOMPARE(runner.state().exitCode(), exitCode);
+    QVERIFY(!runner.state().error());
     QCOMPARE(runner.logBuffer(), output);
+    QVERIFY(!runner.hasChild());
     runner.cancel(); // no child any more
     QCOMPARE(runner.state().kind(), Kind::completed);
 }
@@ -251,25 +234,17 @@ void ScriptRunnerTest::refusedStartsKeepPreviousOutput() {
 
     const QString expected = "Script not found at " + folder.scriptPath(ScriptCatalog::traceRoute);
     QSignalSpy logSpy(&runner, &ScriptRunner::logBufferChanged);
-    folder.write(ScriptCatalog::traceRoute, "print -rn second\n", /*executable=*/false);
-    runner.run(ScriptCatalog::traceRoute, {});
-    QCOMPARE(runner.state().kind(), Kind::failed);
-    QCOMPARE(description(runner.state()), expected);
-
-    QVERIFY(QFile::remove(folder.scriptPath(ScriptCatalog::traceRoute)));
-    runner.run(ScriptCatalog::traceRoute, {});
-    QCOMPARE(runner.state().kind(), Kind::failed);
-    QCOMPARE(runner.state().script(), ScriptCatalog::traceRoute);
-    const auto* error = std::get_if<ScriptRunner::LaunchError>(&*runner.state().error());
-    QVERIFY(error);
-    QCOMPARE(error->kind(), ScriptRunner::LaunchError::Kind::scriptNotFound);
-    QCOMPARE(error->scriptUrl(), QUrl::fromLocalFile(folder.scriptPath(ScriptCatalog::traceRoute)));
-    QCOMPARE(description(runner.state()), expected);
-
-    QVERIFY(QDir(folder.path()).mkdir(ScriptCatalog(ScriptCatalog::traceRoute).fileName()));
-    runner.run(ScriptCatalog::traceRoute, {});
-    QCOMPARE(description(runner.state()), expected);
-
+    // Not executable, gone, a folder: each is not found, and none touches the output of the last run.
+    const QString path = folder.scriptPath(ScriptCatalog::traceRoute);
+    for (const auto& spoil : QList<std::function<bool()>>{
+             [&] { return QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner); },
+             [&] { return QFile::remove(path); }, [&] { return QDir().mkdir(path); }}) {
+        QVERIFY(spoil());
+        runner.run(ScriptCatalog::traceRoute, {});
+        QCOMPARE(runner.state().kind(), Kind::failed);
+        QCOMPARE(runner.state().script(), ScriptCatalog::traceRoute);
+        QCOMPARE(description(runner.state()), expected);
+    }
     QCOMPARE(runner.logBuffer(), QStringLiteral("first"));
     QCOMPARE(logSpy.count(), 0);
     QVERIFY(!runner.hasChild());
@@ -296,7 +271,6 @@ void ScriptRunnerTest::startWhileChildLivesIsRefused() {
     runner.cancel();
     QTRY_COMPARE_WITH_TIMEOUT(runner.state().kind(), Kind::completed, timeoutMs);
     QCOMPARE(runner.state().script(), ScriptCatalog::networkMonitor);
-    QCOMPARE(runner.state().exitCode(), 15);
 
     runner.run(ScriptCatalog::traceRoute, {});
     QVERIFY(waitForEnd(runner));
@@ -331,51 +305,38 @@ void ScriptRunnerTest::launchErrorFollowsRunning() {
     }
 }
 
-void ScriptRunnerTest::childEnvironmentRules() {
-    QProcessEnvironment bare;
-    bare.insert("LANG", "C.UTF-8");
-    bare.insert("TERM", "xterm-256color");
-    const QProcessEnvironment filled = ScriptRunner::childEnvironment(bare);
-    QCOMPARE(filled.value("PATH"), ScriptRunner::defaultSearchPath);
-    QCOMPARE(filled.value("TERM"), QStringLiteral("dumb"));
-    QCOMPARE(filled.value("LANG"), QStringLiteral("C.UTF-8"));
-    QCOMPARE(filled.value("HOME"), ScriptRunner::homeFolder());
-    QCOMPARE(filled.value("USER"), ScriptRunner::userName());
-    QVERIFY(!filled.value("USER").isEmpty());
-    QCOMPARE(filled.keys().size(), 5);
-
-    QProcessEnvironment given;
-    given.insert("PATH", "/usr/bin:/bin");
-    given.insert("HOME", "/Users/somebody");
-    given.insert("USER", QString()); // present though empty
-    const QProcessEnvironment kept = ScriptRunner::childEnvironment(given);
-    QCOMPARE(kept.value("PATH"), QStringLiteral("/usr/bin:/bin"));
-    QCOMPARE(kept.value("HOME"), QStringLiteral("/Users/somebody"));
-    QVERIFY(kept.contains("USER"));
-    QCOMPARE(kept.value("USER"), QString());
-    QCOMPARE(kept.value("TERM"), QStringLiteral("dumb"));
-
-    given.insert("PATH", QString());
-    QCOMPARE(ScriptRunner::childEnvironment(given).value("PATH", "absent"), QString());
+void ScriptRunnerTest::childEnvironment_data() {
+    QTest::addColumn<QByteArrayList>("given"); // NAME=value, or a bare NAME to leave it unset
+    QTest::addColumn<QString>("seen");         // PATH|TERM|USER|HOME|LANG
+    const QString filled = ScriptRunner::userName() + u'|' + ScriptRunner::homeFolder() + "|C.UTF-8";
+    QTest::newRow("bare") << QByteArrayList{"PATH", "HOME", "USER", "TERM=xterm-256color"}
+                          << ScriptRunner::defaultSearchPath + "|dumb|" + filled;
+    QTest::newRow("given, even empty")
+        << QByteArrayList{"PATH=/usr/bin:/bin", "HOME=/tmp", "USER="} << "/usr/bin:/bin|dumb||/tmp|C.UTF-8";
 }
 
-void ScriptRunnerTest::childSeesEnvironment() {
+void ScriptRunnerTest::childEnvironment() {
+    QFETCH(QByteArrayList, given);
+    QFETCH(QString, seen);
+    QVERIFY(!ScriptRunner::userName().isEmpty());
     ScriptFolder folder;
-    folder.write(ScriptCatalog::connectorReach, "print -rn -- \"$PATH|$TERM|${+USER}|${+HOME}\"\n");
+    folder.write(ScriptCatalog::connectorReach, "print -rn -- \"$PATH|$TERM|$USER|$HOME|$LANG\"\n");
     ScriptRunner runner(folder.path());
-    EnvironmentGuard path("PATH");
-    EnvironmentGuard term("TERM");
-    qputenv("TERM", "xterm");
-
-    qunsetenv("PATH");
+    std::list<EnvironmentGuard> guards;
+    for (const QByteArray& entry : given + QByteArrayList{"LANG=C.UTF-8"}) {
+        const QByteArrayList parts = entry.split('=');
+        guards.emplace_back(parts[0]);
+        parts.size() > 1 ? qputenv(parts[0], parts[1]) : qunsetenv(parts[0]);
+    }
     runner.run(ScriptCatalog::connectorReach, {});
     QVERIFY(waitForEnd(runner));
-    QCOMPARE(runner.logBuffer(), ScriptRunner::defaultSearchPath + "|dumb|1|1");
-
-    qputenv("PATH", "/usr/bin:/bin");
-    runner.run(ScriptCatalog::connectorReach, {});
-    QVERIFY(waitForEnd(runner));
-    QCOMPARE(runner.logBuffer(), QStringLiteral("/usr/bin:/bin|dumb|1|1"));
+    QCOMPARE(runner.logBuffer(), seen);
+    // An empty search path is the user's choice too (zsh itself would fill it in, so asked directly).
+    QProcessEnvironment emptyPath;
+    emptyPath.insert(QStringLiteral("PATH"), QString());
+    QCOMPARE(
+        ScriptRunner::childEnvironment(emptyPath).value(QStringLiteral("PATH"), QStringLiteral("absent")),
+        QString());
 }
 
 void ScriptRunnerTest::destructionLeavesNoChild() {

@@ -59,12 +59,21 @@ std::shared_ptr<DebugLog> newLog() {
 class SessionMonitorTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void initTestCase();
     void equalPassesAssignStatusOnce();
     void reorderedSessionsArePublished();
     void wakeAddsOnePassWithoutMovingTheRhythm_data();
     void wakeAddsOnePassWithoutMovingTheRhythm();
     void releaseDuringPass();
-    void userSignalWakesTheSimulatedApplication();
+    void userSignalWakesTheSimulatedApplication(); // last: it collects what initTestCase set going
+
+private:
+    QTemporaryDir m_dir;
+    QProcess m_app;
+    QByteArray m_appOutput;
+    QElapsedTimer m_clock;
+    QList<qint64> m_passTimes;
+    qint64 m_signalled = 0;
 };
 
 void SessionMonitorTest::equalPassesAssignStatusOnce() {
@@ -84,7 +93,7 @@ void SessionMonitorTest::equalPassesAssignStatusOnce() {
     QVERIFY(!monitor.lastUpdated().isValid());
     // Starting again restarts the rhythm; it never adds a second one.
     monitor.start();
-    QTRY_VERIFY_WITH_TIMEOUT(updatedSpy.size() >= 10, 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(updatedSpy.size() >= 6, 10000);
     const qsizetype count = passes.times().size();
     QVERIFY2(count <= (passes.now() - started) / interval + 3, qPrintable(QString::number(count)));
     QCOMPARE(statusSpy.size(), 1);
@@ -121,7 +130,7 @@ void SessionMonitorTest::wakeAddsOnePassWithoutMovingTheRhythm_data() {
     // A second start gives one pass at once, and leaves one rhythm and one pass per wake.
     QTest::newRow("idle queue, started twice") << 1000 << 400 << 0 << 2;
     // The wake pass is due a delay after the wake, not after the pass that was running then.
-    QTest::newRow("wake during a slow pass") << 2400 << 900 << 800 << 1;
+    QTest::newRow("wake during a slow pass") << 1600 << 700 << 600 << 1;
 }
 
 void SessionMonitorTest::wakeAddsOnePassWithoutMovingTheRhythm() {
@@ -191,38 +200,41 @@ void SessionMonitorTest::releaseDuringPass() {
     QCOMPARE(logged.last(), QStringLiteral("Result: sessions count=1 named=1 unnamed=0"));
 }
 
-void SessionMonitorTest::userSignalWakesTheSimulatedApplication() {
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString world = dir.filePath(QStringLiteral("world.json"));
+// The application gets its wake signal here, and the tests below run while its wake delay passes.
+void SessionMonitorTest::initTestCase() {
+    QVERIFY(m_dir.isValid());
+    const QString world = m_dir.filePath(QStringLiteral("world.json"));
     QFile file(world);
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(R"({"now": "2025-03-04T09:15:27Z", "accessibilityTrusted": false})");
     file.close();
-
-    QProcess app;
     // Under the thread sanitizer the child is not what is being checked: its D-Bus thread is Qt's own, and
     // Qt is not built with the sanitizer, so reports there would only be noise.
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("TSAN_OPTIONS"), QStringLiteral("report_bugs=0"));
-    app.setProcessEnvironment(environment);
-    app.start(QStringLiteral(ORVANTA_APP_BINARY),
-              {QStringLiteral("--simulate"), world, QStringLiteral("--verbose")});
-    QVERIFY(app.waitForStarted(5000));
-    QByteArray output;
-    const auto headers = [&app, &output] {
-        output += app.readAllStandardError();
-        return output.count("=== Detection @ 2025-03-04 09:15:27 +0000 ===\nAX trust: NOT trusted\n");
-    };
-    QTRY_COMPARE_WITH_TIMEOUT(headers(), 1, 10000);
-    QElapsedTimer sinceSignal;
-    sinceSignal.start();
-    ::kill(static_cast<pid_t>(app.processId()), SIGUSR1);
-    // The wake pass comes about 3 s later, well before the 5 s tick.
-    QTRY_COMPARE_WITH_TIMEOUT(headers(), 2, 10000);
-    const qint64 delay = sinceSignal.elapsed();
-    app.terminate();
-    QVERIFY(app.waitForFinished(5000));
+    m_app.setProcessEnvironment(environment);
+    m_clock.start();
+    // Each pass's header is stamped as it arrives.
+    connect(&m_app, &QProcess::readyReadStandardError, this, [this] {
+        m_appOutput += m_app.readAllStandardError();
+        while (m_passTimes.size() <
+               m_appOutput.count("=== Detection @ 2025-03-04 09:15:27 +0000 ===\nAX trust: NOT trusted\n"))
+            m_passTimes << m_clock.elapsed();
+    });
+    m_app.start(QStringLiteral(ORVANTA_APP_BINARY),
+                {QStringLiteral("--simulate"), world, QStringLiteral("--verbose")});
+    QVERIFY(m_app.waitForStarted(5000));
+    QTRY_COMPARE_WITH_TIMEOUT(m_passTimes.size(), 1, 10000);
+    m_signalled = m_clock.elapsed();
+    ::kill(static_cast<pid_t>(m_app.processId()), SIGUSR1);
+}
+
+void SessionMonitorTest::userSignalWakesTheSimulatedApplication() {
+    // The wake pass comes about 3 s after the signal, well before the 5 s tick.
+    QTRY_VERIFY_WITH_TIMEOUT(m_passTimes.size() >= 2, 10000);
+    const qint64 delay = m_passTimes.at(1) - m_signalled;
+    m_app.terminate();
+    QVERIFY(m_app.waitForFinished(5000));
     QVERIFY2(delay >= 2900 && delay < 4900, qPrintable(QString::number(delay)));
 }
 
