@@ -416,11 +416,11 @@ void WorldFileTest::recordingReplaysThePass_data() {
     QTest::newRow("errors") << errors;
 
     SimWorld wrongTypes = clientWorld({window(QStringLiteral("Desk 1")), window(QString())});
-    wrongTypes.windows[clientPid][0].subrole = AXValue(true);
-    wrongTypes.windows[clientPid][0].minimized = AXValue(AXSize{1, 2});
-    wrongTypes.windows[clientPid][1].title = AXValue(AXOtherValue{QStringLiteral("CFNumber")});
-    wrongTypes.windows[clientPid][1].size = AXValue(QStringLiteral("1920x1080"));
-    wrongTypes.windows[clientPid][1].subrole = AXValue(QList<AXElement>{});
+    wrongTypes.windows[clientPid][0].subrole.emplace(true);
+    wrongTypes.windows[clientPid][0].minimized.emplace(AXSize{1, 2});
+    wrongTypes.windows[clientPid][1].title.emplace(AXOtherValue{QStringLiteral("CFNumber")});
+    wrongTypes.windows[clientPid][1].size.emplace(QStringLiteral("1920x1080"));
+    wrongTypes.windows[clientPid][1].subrole.emplace(QList<AXElement>{});
     wrongTypes.runningApplications.append({813, windowsAppBundleID, QString()});
     wrongTypes.windowsError.insert(813, axError::success); // read without a list
     wrongTypes.appleScript = AppleScriptError{{{appleScriptErrorNumberKey, QStringLiteral("-1743")}}};
