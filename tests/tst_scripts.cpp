@@ -300,13 +300,11 @@ struct Run {
     QString output;
 };
 
-// The last line names the report: on the Desktop, named PREFIX + YYYYMMDD-HHMMSS + .html, complete (no hidden
-// temporary file left), well-formed, with no script and nothing loaded from elsewhere. Returns its text after
+// A report is named PREFIX + YYYYMMDD-HHMMSS + .html, complete (no hidden temporary file left beside it),
+// well-formed, with no script and nothing loaded from elsewhere. Returns its text after
 // "OK:", or what is wrong.
-QString checkReport(const QString& path, const QString& home, const QString& prefix) {
+QString checkReport(const QString& path, const QString& prefix) {
     const QFileInfo info(path);
-    if (info.absolutePath() != QDir(home).filePath(QStringLiteral("Desktop")))
-        return QStringLiteral("wrong place: ") + path;
     if (!QRegularExpression(u'^' + prefix + QStringLiteral("\\d{8}-\\d{6}(-\\d+)?\\.html$"))
              .match(info.fileName())
              .hasMatch())
@@ -359,7 +357,6 @@ private Q_SLOTS:
     }
     void monitorKnownTimes_data();
     void monitorKnownTimes() { monitor(); }
-    void monitorStoppedAtQuitStillReports();
     void trace_data();
     void trace() {
         runScenario(QStringLiteral("trace"), QStringLiteral("OrvantaTraceRoute_"),
@@ -371,7 +368,7 @@ private:
     QString fill(const QString& bin, QString text) const;
     QProcessEnvironment baseEnvironment(const QString& home) const;
     std::unique_ptr<QProcess> start(const QString& script, const QStringList& args,
-                                    const QProcessEnvironment& env);
+                                    const QProcessEnvironment& env, const QString& output = {});
     Run finish(QProcess& p, Run r = {});
     bool useGermanLocale(QProcessEnvironment& env);
     void runScenario(const QString& script, const QString& prefix, const QStringList& defaults);
@@ -576,13 +573,15 @@ QProcessEnvironment ScriptsTest::baseEnvironment(const QString& home) const {
 }
 
 std::unique_ptr<QProcess> ScriptsTest::start(const QString& script, const QStringList& args,
-                                             const QProcessEnvironment& env) {
+                                             const QProcessEnvironment& env, const QString& output) {
     auto p = std::make_unique<QProcess>();
     p->setProgram(QStringLiteral("/bin/zsh"));
     p->setArguments(QStringList{scriptsDir + u'/' + scriptFile(script)} + args);
     p->setWorkingDirectory(env.value(QStringLiteral("HOME")));
     p->setProcessEnvironment(env);
     p->setProcessChannelMode(QProcess::MergedChannels);
+    if (!output.isEmpty())
+        p->setStandardOutputFile(output);
     p->start();
     return p;
 }
@@ -668,9 +667,9 @@ void ScriptsTest::usageErrors() {
 void ScriptsTest::scenarioColumns() {
     QTest::addColumn<QStringList>("settings"); // NAME=VALUE sets, -NAME removes, --option is passed
     QTest::addColumn<QVariantMap>("files");    // stand-ins in a folder first on PATH; "~/path" in HOME
-    QTest::addColumn<int>("exitCode");         // 143: terminated once the first console text is shown
+    QTest::addColumn<int>("exitCode");         // TST_STOP_AT=TEXT: terminated once TEXT is shown
     QTest::addColumn<QStringList>("console");
-    QTest::addColumn<QStringList>("report");
+    QTest::addColumn<QStringList>("report"); // "N×TEXT": TEXT exactly N times
     QTest::addColumn<QStringList>("absent"); // in neither
 }
 
@@ -714,29 +713,54 @@ void ScriptsTest::runScenario(const QString& script, const QString& prefix, cons
         qInfo("no decimal-comma locale here: numbers are checked in the C locale only");
     const QString mark = markRun(env);
 
-    auto p = start(script, args, env);
-    Run r;
-    if (exitCode == 143) {
-        QTRY_VERIFY_WITH_TIMEOUT(
-            (r.output += QString::fromUtf8(p->readAll())).contains(fill(bin.path(), console.first())), 20000);
+    // The console is a pipe read here, so that its reader can go away before a stop, as the application's
+    // does at quit: the script must still write its report then.
+    const QString stopAt = env.value(QStringLiteral("TST_STOP_AT"));
+    const QByteArray fifo = QFile::encodeName(bin.filePath(QStringLiteral("console")));
+    QCOMPARE(::mkfifo(fifo.constData(), 0600), 0);
+    int reader = ::open(fifo.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    QString out;
+    const auto read = [&] {
+        char buffer[4096];
+        for (ssize_t n; reader >= 0 && (n = ::read(reader, buffer, sizeof buffer)) > 0;)
+            out += QString::fromUtf8(buffer, n);
+        return out;
+    };
+    auto p = start(script, args, env, QFile::decodeName(fifo));
+    if (!stopAt.isEmpty()) {
+        QTRY_VERIFY_WITH_TIMEOUT(read().contains(stopAt), 20000);
+        ::close(std::exchange(reader, -1));
         p->terminate();
     }
-    r = finish(*p, r);
-    QVERIFY2(r.exitCode == exitCode, qPrintable(r.output));
-    QCOMPARE(strayConsoleLine(r.output, true), QString());
+    for (int waited = 0; !p->waitForFinished(20) && waited < 30000; waited += 20)
+        read();
+    read();
+    ::close(reader);
+    QVERIFY2(p->exitStatus() == QProcess::NormalExit && p->exitCode() == exitCode, qPrintable(out));
+    QCOMPARE(strayConsoleLine(out, stopAt.isEmpty()), QString());
     QTRY_VERIFY2_WITH_TIMEOUT(survivors(mark).isEmpty(), qPrintable(survivors(mark).join(u' ')), 5000);
-    const QString text = checkReport(r.output.trimmed().section(u'\n', -1), home.path(), prefix);
+    const QStringList reports = QDir(home.filePath(QStringLiteral("Desktop")))
+                                    .entryList({prefix + QStringLiteral("*.html")}, QDir::Files);
+    QVERIFY2(reports.size() == 1, qPrintable(out));
+    const QString path = home.filePath(QStringLiteral("Desktop/") + reports.first());
+    QVERIFY2(!stopAt.isEmpty() || out.trimmed().section(u'\n', -1) == path, qPrintable(out));
+    const QString text = checkReport(path, prefix);
     REPORT_OK(text);
     QCOMPARE(text.lastIndexOf(QStringLiteral("<h2>")),
              text.indexOf(QStringLiteral("<h2>What to do next</h2>")));
     const QRegularExpression comma(QStringLiteral("\\d,\\d+ ?(ms|s|%)"));
-    QVERIFY2(!comma.match(r.output + text).hasMatch(), qPrintable(comma.match(r.output + text).captured()));
+    QVERIFY2(!comma.match(out + text).hasMatch(), qPrintable(comma.match(out + text).captured()));
     for (const QString& t : console)
-        QVERIFY2(r.output.contains(fill(bin.path(), t)), qPrintable(fill(bin.path(), t) + u'\n' + r.output));
-    for (const QString& t : report)
-        QVERIFY2(text.contains(fill(bin.path(), t)), qPrintable(fill(bin.path(), t) + u'\n' + text));
+        QVERIFY2(out.contains(fill(bin.path(), t)), qPrintable(fill(bin.path(), t) + u'\n' + out));
+    static const QRegularExpression counted(QStringLiteral("^(\\d+)×"));
+    for (const QString& t : report) {
+        const QRegularExpressionMatch m = counted.match(t);
+        const QString want = fill(bin.path(), t.mid(m.capturedLength()));
+        QVERIFY2(m.hasMatch() ? text.count(want) == m.captured(1).toInt() : text.contains(want),
+                 qPrintable(want + u'\n' + text));
+    }
     for (const QString& t : absent)
-        QVERIFY2(!r.output.contains(t) && !text.contains(t), qPrintable(t + u'\n' + r.output));
+        QVERIFY2(!out.contains(t) && !text.contains(t), qPrintable(t + u'\n' + out));
 }
 
 void ScriptsTest::reach_data() {
@@ -844,6 +868,17 @@ void ScriptsTest::monitor_data() {
              {"1 outage(s) seen; most downtime points at the Orvanta service (front end and relay)",
               "send this report to Orvanta support"},
              {"verdict fail", "<td>Front end 127.0.0.1, Relay 127.0.0.1</td>"});
+    // Stopped at the application's quit: the relay's outage is listed and blamed on the service, drawn as one
+    // band across its lane whatever the probes' own timing; the resolver, gateway and front end answered.
+    scenario("stopped at quit, the console's reader gone first",
+             {"ORVANTA_FRONTEND=127.0.0.1:%tls", "ORVANTA_RELAY=127.0.0.1:%closed", "--indefinite",
+              "TST_STOP_AT=minute 2:"},
+             {}, 1, {"DOWN  Relay 127.0.0.1"},
+             {"stopped by a termination request",
+              "<td>Relay 127.0.0.1</td><td>the Orvanta service (relay)</td></tr>", "1×fill=\"#c62828\"",
+              "<span class=\"b ok\">OK</span></td><td>DNS 127.0.0.1#%dns",
+              "<span class=\"b ok\">OK</span></td><td>Gateway 127.0.0.1",
+              "<span class=\"b ok\">OK</span></td><td>Front end 127.0.0.1"});
     scenario("full-tunnel VPN, no gateway address", {"-ORVANTA_GATEWAY"}, {{"ip", vpnIp}}, 0,
              {"the default route goes through wg0 with no gateway address"},
              {"verdict ok", "<li>Traffic left through the VPN tunnel wg0",
@@ -873,61 +908,6 @@ void ScriptsTest::monitorKnownTimes_data() {
              {{"ping", knownPings("10 40 - - 10 40 10 40 10 40")}}, 1,
              {"1 outage(s) seen", "the gateway stopped answering pings while traffic still passed"},
              {"<td>10</td><td>2</td><td>20.0%</td>", "<td>30.0 ms</td>", "class=\"outage\""}, {"nsteady"});
-}
-
-// Stopped as at the application's quit: the console's reader is gone first, and the script must still write
-// its report, with the outage seen until then.
-void ScriptsTest::monitorStoppedAtQuitStillReports() {
-    QTemporaryDir home;
-    QProcessEnvironment env = baseEnvironment(home.path());
-    env.insert(QStringLiteral("ORVANTA_FRONTEND"), QStringLiteral("127.0.0.1:%1").arg(tlsPort_));
-    env.insert(QStringLiteral("ORVANTA_RELAY"), QStringLiteral("127.0.0.1:%1").arg(closedPort_));
-    const QString mark = markRun(env);
-    // The console is a pipe read here, so that its reader can go away first, as the application does at quit.
-    const QByteArray fifo = QFile::encodeName(home.filePath(QStringLiteral("console")));
-    QCOMPARE(::mkfifo(fifo.constData(), 0600), 0);
-    const int console = ::open(fifo.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    QVERIFY(console >= 0);
-    QProcess p;
-    p.setStandardOutputFile(QFile::decodeName(fifo));
-    p.setProcessChannelMode(QProcess::MergedChannels);
-    p.setProcessEnvironment(env);
-    p.start(QStringLiteral("/bin/zsh"), {scriptsDir + u'/' + scriptFile("monitor"), "--indefinite"});
-    QString out;
-    const auto readConsole = [&] {
-        char buffer[4096];
-        for (ssize_t n; (n = ::read(console, buffer, sizeof buffer)) > 0;)
-            out += QString::fromUtf8(buffer, n);
-        return out;
-    };
-    QTRY_VERIFY_WITH_TIMEOUT(readConsole().contains(QStringLiteral("minute 2:")), 20000);
-    QVERIFY2(out.contains(QStringLiteral("DOWN  Relay 127.0.0.1")), qPrintable(out));
-    QCOMPARE(strayConsoleLine(out, false), QString());
-    ::close(console);
-    p.terminate();
-    QVERIFY(p.waitForFinished(10000));
-    QVERIFY2(p.exitStatus() == QProcess::NormalExit && p.exitCode() == 1, "an outage was seen");
-    QTRY_VERIFY2(survivors(mark).isEmpty(), qPrintable(survivors(mark).join(u' ')));
-    const QStringList reports = QDir(home.filePath(QStringLiteral("Desktop"))).entryList(QDir::Files);
-    QCOMPARE(reports.size(), 1);
-    const QString report = checkReport(home.filePath(QStringLiteral("Desktop/") + reports.first()),
-                                       home.path(), QStringLiteral("OrvantaNetMonitor_"));
-    REPORT_OK(report);
-    QVERIFY(report.contains(QStringLiteral("stopped by a termination request")));
-    // The relay's outage is listed and blamed on the service; the resolver, gateway and front end answered.
-    QVERIFY2(
-        QRegularExpression(QStringLiteral("<tr><td><span class=\"b fail\">FAIL</span></td><td>[0-9:]+</td>"
-                                          "<td>[0-9:]+</td><td>[^<]*</td><td>Relay 127.0.0.1</td>"
-                                          "<td>the Orvanta service \\(relay\\)</td></tr>"))
-            .match(report)
-            .hasMatch(),
-        qPrintable(report));
-    for (const QString& target : {QStringLiteral("DNS 127.0.0.1#%1").arg(dns_->port()),
-                                  QStringLiteral("Gateway 127.0.0.1"), QStringLiteral("Front end 127.0.0.1")})
-        QVERIFY2(report.contains(QStringLiteral("<span class=\"b ok\">OK</span></td><td>") + target),
-                 qPrintable(target));
-    // The relay lost every probe: one band across its lane, whatever the probes' own timing; none elsewhere.
-    QCOMPARE(report.count(QStringLiteral("fill=\"#c62828\"")), 1);
 }
 
 void ScriptsTest::trace_data() {
@@ -1042,8 +1022,7 @@ void ScriptsTest::trace_data() {
         {"verdict ok", "traceroute -n -q 2 -w 1 -m 4 -P tcp -e -p 443 127.0.0.9",
          "traceroute -n -q 2 -w 1 -m 4 -P icmp 127.0.0.3"});
     // A stop writes what was measured so far, marked as stopped.
-    scenario("stopped while a hop is awaited", {}, traced(" 1  * *\n"), 143,
-             {"hop  1  no reply", "Stopped: the report holds what was measured until then."},
+    scenario("stopped while a hop is awaited", {"TST_STOP_AT=hop  1  no reply"}, traced(" 1  * *\n"), 143, {},
              {"verdict warn", "stopped by a termination request",
               "<td>1</td><td>*</td><td>no reply</td><td>2</td><td>100.0%</td>",
               "Run Trace Route again and let it finish"},
