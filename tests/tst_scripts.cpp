@@ -20,6 +20,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -86,159 +87,109 @@ bool accepts(int family, int port) {
 }
 
 // A socket on a free port of 127.0.0.1, served on a thread of its own: `ready` runs whenever it is readable.
-// A subclass calls stop() first in its destructor, so that nothing serves with its members gone.
 class LoopbackServer {
 public:
-    int port() const { return port_; }
-
-protected:
-    void start(int type, std::function<void()> ready) {
+    LoopbackServer(int type, std::function<void(int fd, const std::atomic<bool>& stop)> ready) {
         fd_ = boundSocket(AF_INET, type, type == SOCK_STREAM ? 8 : -1, port_);
         thread_ = std::thread([this, ready = std::move(ready)] {
-            while (!stop_) {
-                pollfd p{fd_, POLLIN, 0};
+            for (pollfd p{fd_, POLLIN, 0}; !stop_;)
                 if (::poll(&p, 1, 100) > 0)
-                    ready();
-            }
+                    ready(fd_, stop_);
         });
     }
-    void stop() {
-        stop_ = true;
-        if (thread_.joinable())
-            thread_.join();
-    }
     ~LoopbackServer() {
-        stop();
+        stop_ = true;
+        thread_.join();
         ::close(fd_);
     }
-    int fd_ = -1;
-    std::atomic<bool> stop_{false};
+    int port() const { return port_; }
 
 private:
+    int fd_ = -1;
     int port_ = 0;
+    std::atomic<bool> stop_{false};
     std::thread thread_;
 };
 
-// Answers every DNS query on a loopback UDP port with an empty NOERROR reply.
-class DnsResponder : public LoopbackServer {
-public:
-    DnsResponder() {
-        start(SOCK_DGRAM, [this] { answer(); });
-    }
-    ~DnsResponder() { stop(); }
+// Answers a DNS query with an empty NOERROR reply.
+void answerDns(int fd, const std::atomic<bool>&) {
+    unsigned char buf[512];
+    sockaddr_in from{};
+    socklen_t len = sizeof from;
+    const ssize_t n = ::recvfrom(fd, buf, sizeof buf, 0, reinterpret_cast<sockaddr*>(&from), &len);
+    size_t end = 12; // header, then the question's labels, its terminating zero, type and class
+    while (n >= 12 && end < size_t(n) && buf[end] != 0)
+        end += buf[end] + 1;
+    if (n < 12 || (end += 5) > size_t(n))
+        return;
+    buf[2] = 0x81;                   // response, recursion desired
+    buf[3] = 0x80;                   // recursion available, NOERROR
+    std::fill(buf + 6, buf + 12, 0); // no answer, authority or additional records
+    ::sendto(fd, buf, end, 0, reinterpret_cast<sockaddr*>(&from), len);
+}
 
-private:
-    void answer() {
-        unsigned char buf[512];
-        sockaddr_in from{};
-        socklen_t len = sizeof from;
-        const ssize_t n = ::recvfrom(fd_, buf, sizeof buf, 0, reinterpret_cast<sockaddr*>(&from), &len);
-        if (n < 12)
-            return;
-        size_t end = 12; // header, then the question's labels, its terminating zero, type and class
-        while (end < size_t(n) && buf[end] != 0)
-            end += buf[end] + 1;
-        end += 5;
-        if (end > size_t(n))
-            return;
-        buf[2] = 0x81; // response, recursion desired
-        buf[3] = 0x80; // recursion available, NOERROR
-        for (int i = 6; i < 12; ++i)
-            buf[i] = 0; // no answer, authority or additional records
-        ::sendto(fd_, buf, end, 0, reinterpret_cast<sockaddr*>(&from), len);
-    }
-};
+// An HTTP CONNECT proxy that takes every tunnel to one port of 127.0.0.1, whatever was asked: a network where
+// only the proxy gets through. One connection at a time, as the scripts make them.
+std::function<void(int, const std::atomic<bool>&)> connectProxy(int target) {
+    return [target](int fd, const std::atomic<bool>& stop) {
+        const int c = ::accept(fd, nullptr, nullptr);
+        std::string head;
+        char buf[4096];
+        for (pollfd p{c, POLLIN, 0};
+             c >= 0 && head.find("\r\n\r\n") == std::string::npos && head.size() < 8192;) {
+            const ssize_t n = ::poll(&p, 1, 2000) > 0 ? ::read(c, buf, sizeof buf) : 0;
+            if (n <= 0)
+                break;
+            head.append(buf, size_t(n));
+        }
+        sockaddr_storage a;
+        const socklen_t len = loopback(AF_INET, target, a);
+        const int s = ::socket(AF_INET, SOCK_STREAM, 0);
+        if (head.rfind("CONNECT ", 0) == 0 && ::connect(s, reinterpret_cast<const sockaddr*>(&a), len) == 0) {
+            const char ok[] = "HTTP/1.1 200 Connection established\r\n\r\n";
+            ::write(c, ok, sizeof ok - 1);
+            pollfd ps[2] = {{c, POLLIN, 0}, {s, POLLIN, 0}};
+            for (bool done = false; !done && !stop && ::poll(ps, 2, 100) >= 0;)
+                for (int i = 0; i < 2 && !done; ++i) {
+                    if (!(ps[i].revents & (POLLIN | POLLHUP | POLLERR)))
+                        continue;
+                    const ssize_t n = ::read(ps[i].fd, buf, sizeof buf);
+                    done = n <= 0 || ::write(ps[1 - i].fd, buf, size_t(n)) != n;
+                }
+        }
+        ::close(s);
+        if (c >= 0)
+            ::close(c);
+    };
+}
 
 // Listening sockets that never answer as a server should: `silent` drops every connection attempt (its accept
 // queue is full, so the kernel ignores SYNs, as a filtering firewall does), `stalled` completes TCP but
-// nothing ever reads, so a TLS handshake never finishes.
-class DeafListeners {
-public:
+// nothing ever reads, so a TLS handshake never finishes. silent6Port stays 0 without IPv6 loopback.
+struct DeafListeners {
     DeafListeners() {
-        listenOn(AF_INET, 0, silentPort, true);
-        listenOn(AF_INET, 16, stalledPort, false);
-        listenOn(AF_INET6, 0, silent6Port, true); // stays 0 without IPv6 loopback
+        for (auto [family, port] :
+             {std::pair{AF_INET, &silentPort}, {AF_INET, &stalledPort}, {AF_INET6, &silent6Port}}) {
+            const bool silent = port != &stalledPort;
+            const int fd = boundSocket(family, SOCK_STREAM, silent ? 0 : 16, *port);
+            fds.push_back(fd);
+            for (int i = 0; fd >= 0 && silent && i < 3; ++i) { // a full accept queue: the kernel ignores SYNs
+                fds.push_back(::socket(family, SOCK_STREAM, 0));
+                ::fcntl(fds.back(), F_SETFL, O_NONBLOCK);
+                sockaddr_storage s;
+                const socklen_t len = loopback(family, *port, s);
+                ::connect(fds.back(), reinterpret_cast<sockaddr*>(&s), len);
+            }
+        }
     }
     ~DeafListeners() {
-        for (int fd : fds_)
+        for (int fd : fds)
             ::close(fd);
     }
     int silentPort = 0;
     int stalledPort = 0;
     int silent6Port = 0;
-
-private:
-    void listenOn(int family, int backlog, int& port, bool fill) {
-        const int fd = boundSocket(family, SOCK_STREAM, backlog, port);
-        if (fd < 0)
-            return;
-        fds_.push_back(fd);
-        for (int i = 0; fill && i < 3; ++i) { // a full accept queue: the kernel ignores further SYNs
-            const int c = ::socket(family, SOCK_STREAM, 0);
-            ::fcntl(c, F_SETFL, O_NONBLOCK);
-            sockaddr_storage s;
-            const socklen_t len = loopback(family, port, s);
-            ::connect(c, reinterpret_cast<sockaddr*>(&s), len);
-            fds_.push_back(c);
-        }
-    }
-    std::vector<int> fds_;
-};
-
-// An HTTP CONNECT proxy on loopback that takes every tunnel to one port of 127.0.0.1, whatever was asked: a
-// network where only the proxy gets through. One connection at a time, as the scripts make them.
-class ConnectProxy : public LoopbackServer {
-public:
-    explicit ConnectProxy(int targetPort) : target_(targetPort) {
-        start(SOCK_STREAM, [this] {
-            const int c = ::accept(fd_, nullptr, nullptr);
-            if (c >= 0) {
-                tunnel(c);
-                ::close(c);
-            }
-        });
-    }
-    ~ConnectProxy() { stop(); }
-
-private:
-    void tunnel(int c) {
-        std::string head;
-        char buf[4096];
-        while (head.find("\r\n\r\n") == std::string::npos && head.size() < 8192) {
-            pollfd p{c, POLLIN, 0};
-            if (::poll(&p, 1, 2000) <= 0)
-                return;
-            const ssize_t n = ::read(c, buf, sizeof buf);
-            if (n <= 0)
-                return;
-            head.append(buf, size_t(n));
-        }
-        if (head.rfind("CONNECT ", 0) != 0)
-            return;
-        sockaddr_storage a;
-        const socklen_t len = loopback(AF_INET, target_, a);
-        const int s = ::socket(AF_INET, SOCK_STREAM, 0);
-        if (::connect(s, reinterpret_cast<const sockaddr*>(&a), len) != 0) {
-            ::close(s);
-            return;
-        }
-        const char ok[] = "HTTP/1.1 200 Connection established\r\n\r\n";
-        ::write(c, ok, sizeof ok - 1);
-        pollfd ps[2] = {{c, POLLIN, 0}, {s, POLLIN, 0}};
-        while (!stop_ && ::poll(ps, 2, 100) >= 0) {
-            bool done = false;
-            for (int i = 0; i < 2 && !done; ++i) {
-                if (!(ps[i].revents & (POLLIN | POLLHUP | POLLERR)))
-                    continue;
-                const ssize_t n = ::read(ps[i].fd, buf, sizeof buf);
-                done = n <= 0 || ::write(ps[1 - i].fd, buf, size_t(n)) != n;
-            }
-            if (done)
-                break;
-        }
-        ::close(s);
-    }
-    int target_ = 0;
+    std::vector<int> fds;
 };
 
 // Writes an executable file (a stand-in for a tool, or data beside one), making its folder.
@@ -379,9 +330,9 @@ private:
     int tlsPort_ = 0;
     int tls12Port_ = 0;
     int closedPort_ = 0;
-    std::unique_ptr<DnsResponder> dns_;
+    std::unique_ptr<LoopbackServer> dns_;
     std::unique_ptr<DeafListeners> deaf_;
-    std::unique_ptr<ConnectProxy> proxy_;
+    std::unique_ptr<LoopbackServer> proxy_;
     int germanLocale_ = -1; // unknown until a scenario asks for it
 };
 
@@ -523,9 +474,9 @@ void ScriptsTest::initTestCase() {
         QVERIFY(server->waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT(accepts(v6 ? AF_INET6 : AF_INET, v6 ? tls12Port_ : tlsPort_), 10000);
     }
-    dns_ = std::make_unique<DnsResponder>();
+    dns_ = std::make_unique<LoopbackServer>(SOCK_DGRAM, answerDns);
     deaf_ = std::make_unique<DeafListeners>();
-    proxy_ = std::make_unique<ConnectProxy>(tlsPort_);
+    proxy_ = std::make_unique<LoopbackServer>(SOCK_STREAM, connectProxy(tlsPort_));
 }
 
 void ScriptsTest::cleanupTestCase() {
