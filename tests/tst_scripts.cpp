@@ -202,14 +202,6 @@ bool writeFile(const QString& path, const QByteArray& text) {
     return f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
 
-// Marks ENV so that every process a script starts, directly or not, can be found afterwards: they all inherit
-// it.
-QString markRun(QProcessEnvironment& env) {
-    const QString mark = QUuid::createUuid().toString(QUuid::WithoutBraces);
-    env.insert(QStringLiteral("TST_SCRIPTS_MARK"), mark);
-    return mark;
-}
-
 // Live processes (not zombies) whose environment carries MARK.
 QStringList survivors(const QString& mark) {
     QStringList found;
@@ -246,15 +238,9 @@ QString scriptFile(const QString& name) {
     return files.value(name);
 }
 
-struct Run {
-    int exitCode = -1;
-    QString output;
-};
-
 // A report is named PREFIX + YYYYMMDD-HHMMSS + .html, complete (no hidden temporary file left beside it),
-// well-formed, with no script and nothing loaded from elsewhere. Returns its text after
-// "OK:", or what is wrong.
-QString checkReport(const QString& path, const QString& prefix) {
+// well-formed, with no script and nothing loaded from elsewhere. Returns what is wrong, and the text in TEXT.
+QString reportProblem(const QString& path, const QString& prefix, QString& text) {
     const QFileInfo info(path);
     if (!QRegularExpression(u'^' + prefix + QStringLiteral("\\d{8}-\\d{6}(-\\d+)?\\.html$"))
              .match(info.fileName())
@@ -266,7 +252,7 @@ QString checkReport(const QString& path, const QString& prefix) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return QStringLiteral("missing report: ") + path;
-    const QString text = QString::fromUtf8(file.readAll());
+    text = QString::fromUtf8(file.readAll());
     QXmlStreamReader xml(text);
     while (!xml.atEnd())
         xml.readNext();
@@ -276,14 +262,8 @@ QString checkReport(const QString& path, const QString& prefix) {
         return QStringLiteral("contains a script element");
     if (text.contains(QRegularExpression(QStringLiteral("(src|href)\\s*=\\s*\"?(https?:)?//"))))
         return QStringLiteral("loads something from elsewhere");
-    return QStringLiteral("OK:") + text;
+    return {};
 }
-
-#define REPORT_OK(text)                                                                                      \
-    do {                                                                                                     \
-        if (!(text).startsWith(QStringLiteral("OK:")))                                                       \
-            QFAIL(qPrintable(text));                                                                         \
-    } while (0)
 
 // One data row of a script's scenarios.
 void scenario(const char* tag, const QStringList& settings, const QVariantMap& files, int exitCode,
@@ -320,7 +300,6 @@ private:
     QProcessEnvironment baseEnvironment(const QString& home) const;
     std::unique_ptr<QProcess> start(const QString& script, const QStringList& args,
                                     const QProcessEnvironment& env, const QString& output = {});
-    Run finish(QProcess& p, Run r = {});
     bool useGermanLocale(QProcessEnvironment& env);
     void runScenario(const QString& script, const QString& prefix, const QStringList& defaults);
 
@@ -537,16 +516,6 @@ std::unique_ptr<QProcess> ScriptsTest::start(const QString& script, const QStrin
     return p;
 }
 
-Run ScriptsTest::finish(QProcess& p, Run r) {
-    if (!p.waitForFinished(30000)) {
-        p.kill();
-        p.waitForFinished();
-    }
-    r.output += QString::fromUtf8(p.readAll());
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    return r;
-}
-
 // A decimal-comma locale, built once for the run where the system has none; false when none can be had.
 bool ScriptsTest::useGermanLocale(QProcessEnvironment& env) {
     const QString locales = work_.filePath(QStringLiteral("locales"));
@@ -605,12 +574,12 @@ void ScriptsTest::usageErrors() {
     if (!setting.isEmpty())
         env.insert(name, setting.section(u'=', 1));
     auto p = start(script, args, env);
-    const Run r = finish(*p);
-    QVERIFY2(r.exitCode == 2, qPrintable(r.output));
-    QVERIFY2(
-        r.output.contains(setting.isEmpty() ? QStringLiteral("usage: ") + scriptFile(script) : name + "='"),
-        qPrintable(r.output));
-    QVERIFY2(!r.output.contains(QStringLiteral("hunter2")), qPrintable(r.output));
+    QVERIFY(p->waitForFinished(30000));
+    const QString out = QString::fromUtf8(p->readAll());
+    QVERIFY2(p->exitStatus() == QProcess::NormalExit && p->exitCode() == 2, qPrintable(out));
+    QVERIFY2(out.contains(setting.isEmpty() ? QStringLiteral("usage: ") + scriptFile(script) : name + "='"),
+             qPrintable(out));
+    QVERIFY2(!out.contains(QStringLiteral("hunter2")), qPrintable(out));
     QVERIFY(!QFile::exists(home.filePath(QStringLiteral("pwned"))));
     QVERIFY(!QDir(home.filePath(QStringLiteral("Desktop"))).exists());
 }
@@ -662,7 +631,9 @@ void ScriptsTest::runScenario(const QString& script, const QString& prefix, cons
     }
     if (env.contains(QStringLiteral("LC_ALL")) && !useGermanLocale(env))
         qInfo("no decimal-comma locale here: numbers are checked in the C locale only");
-    const QString mark = markRun(env);
+    // Every process the script starts, directly or not, inherits this mark, and can be found afterwards.
+    const QString mark = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    env.insert(QStringLiteral("TST_SCRIPTS_MARK"), mark);
 
     // The console is a pipe read here, so that its reader can go away before a stop, as the application's
     // does at quit: the script must still write its report then.
@@ -695,8 +666,8 @@ void ScriptsTest::runScenario(const QString& script, const QString& prefix, cons
     QVERIFY2(reports.size() == 1, qPrintable(out));
     const QString path = home.filePath(QStringLiteral("Desktop/") + reports.first());
     QVERIFY2(!stopAt.isEmpty() || out.trimmed().section(u'\n', -1) == path, qPrintable(out));
-    const QString text = checkReport(path, prefix);
-    REPORT_OK(text);
+    QString text;
+    QCOMPARE(reportProblem(path, prefix, text), QString());
     QCOMPARE(text.lastIndexOf(QStringLiteral("<h2>")),
              text.indexOf(QStringLiteral("<h2>What to do next</h2>")));
     const QRegularExpression comma(QStringLiteral("\\d,\\d+ ?(ms|s|%)"));
