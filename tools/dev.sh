@@ -14,7 +14,7 @@ usage() {
 # ping, traceroute, openssl, curl, lsof and ps; a virtual X server, a tray and xwininfo for the test that
 # puts the application into a real system tray).
 debian_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgl-dev zsh xvfb trayer x11-utils
-    openssl ca-certificates curl dnsutils iputils-ping traceroute lsof procps)
+    openssl ca-certificates curl dnsutils iputils-ping traceroute lsof procps locales tzdata)
 
 install_dependencies() {
     case "$(uname -s)" in
