@@ -640,7 +640,6 @@ fi
 vlines+=(${${(M)ORV_CHECKS:#INFO$'\t'*}#INFO$'\t'})
 orv_step "Writing the report"
 orv_write_report OrvantaTraceRoute_ "Trace Route" $vclass "$vtitle" $vlines || exit 1
-orv_say "   Next: $ADVICE"
 if (( STOP )); then
     orv_say "   Stopped: the report holds what was measured until then."
     orv_finish $REPLY $STOP
