@@ -14,7 +14,6 @@ class AXScanTest : public QObject {
 private Q_SLOTS:
     void excludedTitles_data();
     void excludedTitles();
-    void typicalScanLogsEveryWindow();
     void sizes_data();
     void sizes();
     void duplicatesAreKeptOnce();
@@ -58,26 +57,6 @@ void AXScanTest::excludedTitles() {
     QFETCH(QString, title);
     QFETCH(bool, excluded);
     QCOMPARE(SessionDetector::isExcludedTitle(title), excluded);
-}
-
-void AXScanTest::typicalScanLogsEveryWindow() {
-    SimulatedDesktop desktop(
-        clientWorld({window(QStringLiteral("Connection Center"), 900, 640),
-                     window(QStringLiteral("Desk 1"), 1920.9, 1080.2),
-                     window(QStringLiteral("Desk 2"), 1024, 768, QStringLiteral("AXStandardWindow"), true)}));
-    DebugCollector collector;
-    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
-    QCOMPARE(result.namedTitles, (QStringList{QStringLiteral("Desk 1"), QStringLiteral("Desk 2")}));
-    QCOMPARE(result.unnamedCount, 0);
-    QCOMPARE(
-        collector.lines,
-        (QStringList{
-            QStringLiteral("AX windows: 3"),
-            QStringLiteral(
-                "  AX win title=\"Connection Center\" subrole=AXStandardWindow size=900x640 min=false"),
-            QStringLiteral("  AX win title=\"Desk 1\" subrole=AXStandardWindow size=1920x1080 min=false"),
-            QStringLiteral("  AX win title=\"Desk 2\" subrole=AXStandardWindow size=1024x768 min=true"),
-            QStringLiteral("AX detect: 2 named, 0 unnamed")}));
 }
 
 void AXScanTest::sizes_data() {

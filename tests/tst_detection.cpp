@@ -231,8 +231,10 @@ void DetectionTest::passes_data() {
         return DetectorStatus::withSessions(sessions);
     };
 
+    // A minimized window is a session too.
     QTest::newRow("typical") << clientWorld({window(QStringLiteral("Connection Center"), 900, 640),
-                                             window(QStringLiteral("Desk 1"))})
+                                             window(QStringLiteral("Desk 1"), 1920, 1080,
+                                                    QStringLiteral("AXStandardWindow"), true)})
                              << withSessions({named(QStringLiteral("Desk 1"))})
                              << QStringList{header,
                                             QStringLiteral("AX trust: ok"),
@@ -242,7 +244,7 @@ void DetectionTest::passes_data() {
                                                            "subrole=AXStandardWindow size=900x640 min=false"),
                                             QStringLiteral(
                                                 "  AX win title=\"Desk 1\" subrole=AXStandardWindow "
-                                                "size=1920x1080 min=false"),
+                                                "size=1920x1080 min=true"),
                                             QStringLiteral("AX detect: 1 named, 0 unnamed"),
                                             QStringLiteral("AS detect: raw=2 filtered=1"),
                                             QStringLiteral("Result: sessions count=1 named=1 unnamed=0")}

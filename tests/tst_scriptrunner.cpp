@@ -89,7 +89,6 @@ class ScriptRunnerTest : public QObject {
 private Q_SLOTS:
     void decoderKeepsSplitCharactersAndDropsBadReads();
     void runsZshWithSeparateArgumentsInHome();
-    void chunksAppendWithNothingBetween();
     void splitCharacterKeptAndInvalidChunksDropped();
     void endsCompletedWithItsStatus_data();
     void endsCompletedWithItsStatus();
@@ -135,21 +134,6 @@ void ScriptRunnerTest::runsZshWithSeparateArgumentsInHome() {
     QVERIFY(waitForEnd(runner));
     QCOMPARE(runner.logBuffer(),
              "<two words>\n<$HOME;`id`>\n<>\n" + scriptPath + "\n" + ScriptRunner::homeFolder() + "\n");
-}
-
-void ScriptRunnerTest::chunksAppendWithNothingBetween() {
-    ScriptFolder folder;
-    folder.write(ScriptCatalog::traceRoute, waitForFile + "print -rn abc\nwaitfor go\nprint -rn def\n");
-    ScriptRunner runner(folder.path());
-    QSignalSpy appended(&runner, &ScriptRunner::logAppended);
-    runner.run(ScriptCatalog::traceRoute, {folder.path()});
-    QTRY_COMPARE_WITH_TIMEOUT(runner.logBuffer(), QStringLiteral("abc"), timeoutMs);
-    QCOMPARE(runner.state().kind(), Kind::running);
-    folder.touch("go");
-    QVERIFY(waitForEnd(runner));
-    QCOMPARE(runner.logBuffer(), QStringLiteral("abcdef"));
-    QCOMPARE(appended.count(), 2);
-    QCOMPARE(appended.at(1).at(0).toString(), QStringLiteral("def"));
 }
 
 void ScriptRunnerTest::splitCharacterKeptAndInvalidChunksDropped() {
