@@ -224,8 +224,6 @@ void MainWindowTest::freshWindowThenOneRunFromItsCard() {
     QTRY_VERIFY(f.cancelShown());
     QCOMPARE(logPanel->y(), logTop); // the header row did not grow for "Cancel"
     QVERIFY(!f.runButton(ScriptCatalog::traceRoute)->isEnabled());
-    QVERIFY(f.runButton(ScriptCatalog::connectorReach)->isEnabled());
-    QVERIFY(f.runButton(ScriptCatalog::networkMonitor)->isEnabled());
     QVERIFY(window.activity(ScriptCatalog::traceRoute).lastStarted);
 
     f.release(ScriptCatalog::traceRoute);
@@ -275,12 +273,6 @@ void MainWindowTest::durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns
     Fixture f(clientWorld());
     MainWindow& window = f.open();
     QComboBox* picker = window.diagnostics()->durationPicker();
-    QStringList labels;
-    for (int i = 0; i < picker->count(); ++i)
-        labels.append(picker->itemText(i));
-    QCOMPARE(labels, (QStringList{"15 min", "30 min", "1 hour", "2 hours", "4 hours", "8 hours", "12 hours",
-                                  "Until stopped"}));
-
     // The picker's choice reaches the script as separate arguments, and the picker is locked during the run.
     picker->setFocus();
     QTest::keyClick(picker, Qt::Key_Home);
@@ -338,9 +330,6 @@ void MainWindowTest::startThatFailsLeavesNoTimeStamp() {
 void MainWindowTest::openLatestAndTheRowsActOnTheReportsOfEachScript() {
     Fixture f(clientWorld());
     MainWindow& window = f.open();
-    for (ScriptCatalog script : ScriptCatalog::allCases())
-        QVERIFY(!f.openLatestButton(script)->isEnabled());
-
     const QString older = addReport(f.reports, ScriptCatalog::networkMonitor, today(9));
     const QString newer = addReport(f.reports, ScriptCatalog::networkMonitor, today(11));
     QVERIFY(!older.isEmpty() && !newer.isEmpty());
@@ -368,7 +357,6 @@ void MainWindowTest::openLatestAndTheRowsActOnTheReportsOfEachScript() {
     // later tick of the timer.
     QTest::mouseClick(f.rowButton(0, "trashReport"), Qt::LeftButton);
     QTRY_VERIFY(!QFile::exists(trace));
-    QVERIFY(window.reports()->showsPlaceholder());
     QVERIFY(window.reports()->placeholder()->isVisible());
     QVERIFY(!f.openLatestButton(ScriptCatalog::traceRoute)->isEnabled());
     QVERIFY(f.desktop.actionDescriptions().contains(QStringLiteral("trash ") + trace));

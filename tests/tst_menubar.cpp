@@ -98,21 +98,10 @@ private Q_SLOTS:
         QCOMPARE(label.text, QStringLiteral("2\u25CF ") + expected);
     }
 
-    void sessionSectionForEveryStatus() {
-        const QList<MenuRow> permissions{{Kind::information, QStringLiteral("Permissions required")}};
-        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::needsAXPermission()), permissions);
-        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::needsAEPermission()), permissions);
+    // The permission rows and the session rows are checked where --detect prints the menu.
+    void sessionSectionWithoutSessions() {
         QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::appNotRunning()),
                  (QList<MenuRow>{{Kind::information, QStringLiteral("Windows App not running")}}));
-        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::noActiveSession()),
-                 (QList<MenuRow>{{Kind::information, QStringLiteral("No active sessions")}}));
-        const auto three = DetectorStatus::withSessions(
-            {named(QStringLiteral("One")), untitled(), named(QStringLiteral("Three"))});
-        QCOMPARE(MenuBarContent::sessionSection(three),
-                 (QList<MenuRow>{{Kind::information, QStringLiteral("Active Sessions (3)")},
-                                 {Kind::session, QStringLiteral("One"), 0},
-                                 {Kind::session, QStringLiteral("Background session"), 1},
-                                 {Kind::session, QStringLiteral("Three"), 2}}));
     }
 
     void menuWidgetsRebuildAndAct() {
@@ -176,8 +165,6 @@ private Q_SLOTS:
         const QList<platform::StatusItemLabel> states{
             MenuBarLabel::content(false, DetectorStatus::noActiveSession()), sessions(2),
             MenuBarLabel::content(true, DetectorStatus::noActiveSession())};
-        QCOMPARE(states[1].sessionCount, 2);
-        QCOMPARE(states[1].symbol, MenuBarLabel::idleSymbol); // the client glyph, badged
         // The image of a state on a panel of `background`, as the tray shows it: 22 points square.
         auto onPanel = [](const platform::StatusItemLabel& label, const QColor& background) {
             const QPixmap icon = TrayMenuBarItem::renderLabel(label, 22, 1.0);

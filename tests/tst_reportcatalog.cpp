@@ -115,10 +115,6 @@ void ReportCatalogTest::recognition() {
     listed.sort();
     QCOMPARE(listed, (QStringList{"OrvantaMacClientReach_folder.html", "OrvantaNetMonitor_ok.html",
                                   "OrvantaTraceRoute_real.html"}));
-
-    Desktop empty;
-    desktop.file("OrvantaNetMonitor_only.html", base);
-    QCOMPARE(ReportCatalog::latestReport(ScriptCatalog::traceRoute, empty.url()), std::nullopt);
 }
 
 void ReportCatalogTest::tiesGoToTheFirstListed() {
