@@ -138,37 +138,17 @@ void AXScanTest::unreadableAttributes() {
 
 void AXScanTest::failedWindowList_data() {
     QTest::addColumn<int>("error");
-    QTest::addColumn<int>("valueKind"); // 0 error only, 1 success without value, 2 success with text
-    QTest::newRow("cannot complete") << -25204 << 0;
-    QTest::newRow("no value") << 0 << 1;
-    QTest::newRow("wrong type") << 0 << 2;
+    QTest::newRow("cannot complete") << -25204;
+    QTest::newRow("read without a list") << 0;
 }
 
 void AXScanTest::failedWindowList() {
     QFETCH(int, error);
-    QFETCH(int, valueKind);
-    // A small Accessibility double that answers the window-list read as the row says.
-    struct ListAX final : Accessibility {
-        int error = 0;
-        int kind = 0;
-        bool isProcessTrusted() override { return true; }
-        AXElement applicationElement(Pid) override { return std::make_shared<AXElementHandle>(); }
-        AXAttributeResult copyAttributeValue(const AXElement&, const QString&) override {
-            if (kind == 0)
-                return {error, {}};
-            return {0, kind == 1 ? AXValue() : AXValue(QStringLiteral("windows"))};
-        }
-        std::optional<Pid> elementPid(const AXElement&) override { return 1; }
-        int performAction(const AXElement&, const QString&) override { return 0; }
-        int setMessagingTimeout(const AXElement&, float) override { return 0; }
-    } ax;
-    ax.error = error;
-    ax.kind = valueKind;
-    SimulatedDesktop desktop(clientWorld());
-    Platform platform = desktop.platform();
-    platform.accessibility = &ax;
+    SimWorld world = clientWorld({window(QStringLiteral("Desk 1"))});
+    world.windowsError.insert(clientPid, error);
+    SimulatedDesktop desktop(world);
     DebugCollector collector;
-    const auto result = SessionDetector::scanAXWindows(platform, clientPid, &collector);
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
     QCOMPARE(collector.lines, QStringList{QStringLiteral("AX windows query failed (result=%1)").arg(error)});
     QVERIFY(result.namedTitles.isEmpty());
     QCOMPARE(result.unnamedCount, 0);

@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -64,23 +65,12 @@ QString description(const ScriptRunner::RunState& state) {
     return state.error() ? ScriptRunner::errorDescription(*state.error()) : QString();
 }
 
-// Restores an environment variable of this process when the test ends.
-class EnvironmentGuard {
-public:
-    explicit EnvironmentGuard(QByteArray name)
-        : m_name(std::move(name)), m_had(qEnvironmentVariableIsSet(m_name)), m_value(qgetenv(m_name)) {}
-    ~EnvironmentGuard() {
-        if (m_had)
-            qputenv(m_name, m_value);
-        else
-            qunsetenv(m_name);
-    }
-
-private:
-    QByteArray m_name;
-    bool m_had;
-    QByteArray m_value;
-};
+// Restores an environment variable of this process when the guard goes.
+auto restoredLater(const QByteArray& name) {
+    return qScopeGuard([name, had = qEnvironmentVariableIsSet(name), value = qgetenv(name)] {
+        had ? qputenv(name, value) : qunsetenv(name);
+    });
+}
 
 } // namespace
 
@@ -272,7 +262,7 @@ void ScriptRunnerTest::launchErrorFollowsRunning() {
         ScriptRunner runner(folder.path(), nullptr,
                             badShell ? folder.path() + QStringLiteral("/not-a-shell")
                                      : ScriptRunner::zshPath);
-        EnvironmentGuard home("HOME");
+        const auto home = restoredLater("HOME");
         if (!badShell) {
             runner.run(ScriptCatalog::connectorReach, {}); // leaves output to be emptied
             QVERIFY(waitForEnd(runner));
@@ -306,10 +296,10 @@ void ScriptRunnerTest::childEnvironment() {
     ScriptFolder folder;
     folder.write(ScriptCatalog::connectorReach, "print -rn -- \"$PATH|$TERM|$USER|$HOME|$LANG\"\n");
     ScriptRunner runner(folder.path());
-    std::list<EnvironmentGuard> guards;
+    std::list<decltype(restoredLater({}))> guards;
     for (const QByteArray& entry : given + QByteArrayList{"LANG=C.UTF-8"}) {
         const QByteArrayList parts = entry.split('=');
-        guards.emplace_back(parts[0]);
+        guards.push_back(restoredLater(parts[0]));
         parts.size() > 1 ? qputenv(parts[0], parts[1]) : qunsetenv(parts[0]);
     }
     runner.run(ScriptCatalog::connectorReach, {});
