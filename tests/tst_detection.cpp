@@ -306,18 +306,13 @@ void DetectionTest::passes_data() {
     SimWorld two = clientWorld({window(QString(), 20, 20, QStringLiteral("AXUnknown"))});
     two.runningApplications.append({913, windowsAppBundleID, QStringLiteral("Windows App 2")});
     two.windows[913] = {window(QStringLiteral("Second instance desk"))};
-    QTest::newRow("second instance")
-        << two << withSessions({untitled(Source::cgHidden)})
-        << QStringList{header,
-                       QStringLiteral("AX trust: ok"),
-                       QStringLiteral("Windows App pid=812"),
-                       QStringLiteral("AX windows: 1"),
-                       QStringLiteral("  AX win title=\"\" subrole=AXUnknown size=20x20 min=false"),
-                       QStringLiteral("AX detect: 0 named, 0 unnamed"),
-                       QStringLiteral("AS detect: raw=0 filtered=0"),
-                       QStringLiteral("CG tiebreaker: 1 large hidden window(s)"),
-                       QStringLiteral("Result: sessions count=1 named=0 unnamed=1")}
-        << true;
+    QTest::newRow("second instance") << two << withSessions({untitled(Source::cgHidden)})
+                                     << QStringList{QStringLiteral("AX detect: 0 named, 0 unnamed"),
+                                                    QStringLiteral("AS detect: raw=0 filtered=0"),
+                                                    QStringLiteral("CG tiebreaker: 1 large hidden window(s)"),
+                                                    QStringLiteral(
+                                                        "Result: sessions count=1 named=0 unnamed=1")}
+                                     << true;
 }
 
 void DetectionTest::passes() {
@@ -351,7 +346,6 @@ void DetectionTest::mergeOrderAndRepeats() {
     const QList<SessionInfo> expected{named(a), named(c), named(QStringLiteral("B"), Source::appleScript),
                                       named(QStringLiteral("B"), Source::appleScript),
                                       untitled(Source::axUnnamed)};
-    QCOMPARE(status.sessions().size(), expected.size());
     QVERIFY(status == DetectorStatus::withSessions(expected));
     QCOMPARE(*status.sessions().first().title, a); // the scan's spelling, as read
     QCOMPARE(collector.lines.last(), QStringLiteral("Result: sessions count=5 named=4 unnamed=1"));
