@@ -469,8 +469,6 @@ void MainWindowTest::everyControlIsNamedForAssistiveTechnology() {
     // Three cards, each with an icon, "Run" and "Open Latest Report", the picker, the focus row, "Grant",
     // "Cancel", the logo, the table and its row's two buttons.
     QVERIFY2(controls >= 18, qPrintable(names.join(u'|')));
-    QVERIFY(names.contains(QStringLiteral("Run Trace Route")));
-    QVERIFY(names.contains(QStringLiteral("About Trace Route")));
     const QString file = QFileInfo(report).fileName();
     QVERIFY(names.contains(QStringLiteral("Open ") + file));
     QVERIFY(names.contains(QStringLiteral("Move ") + file + QStringLiteral(" to the Trash")));
