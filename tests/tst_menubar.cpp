@@ -42,10 +42,12 @@ class MenuBarTest : public QObject {
 
 private Q_SLOTS:
     void labelFollowsTrustThenSessions() {
-        const auto sessions = DetectorStatus::withSessions({named(QStringLiteral("Work desktop"))});
+        const auto mixed = DetectorStatus::withSessions(
+            {untitled(SessionInfo::Source::axUnnamed), named(QStringLiteral("Accounting")),
+             named(QStringLiteral("Later"), SessionInfo::Source::appleScript)});
         // Missing trust wins over a listed session; trust with a stale permission status is just idle.
-        QCOMPARE(MenuBarLabel::content(false, sessions).symbol, MenuBarLabel::warningSymbol);
-        QVERIFY(MenuBarLabel::content(false, sessions).text.isEmpty());
+        QCOMPARE(MenuBarLabel::content(false, mixed).symbol, MenuBarLabel::warningSymbol);
+        QVERIFY(MenuBarLabel::content(false, mixed).text.isEmpty());
         QCOMPARE(MenuBarLabel::content(true, DetectorStatus::needsAXPermission()).symbol,
                  MenuBarLabel::idleSymbol);
         for (const auto& status : {DetectorStatus::needsAEPermission(), DetectorStatus::appNotRunning(),
@@ -54,17 +56,7 @@ private Q_SLOTS:
             QCOMPARE(label.symbol, MenuBarLabel::idleSymbol);
             QVERIFY(label.text.isEmpty());
         }
-        const auto label = MenuBarLabel::content(true, sessions);
-        QCOMPARE(label.text, QStringLiteral("1\u25CF Work desktop"));
-        QCOMPARE(label.toolTip, label.text);
-    }
-
-    void labelCountsEverySessionAndShowsFirstNamedTitle() {
-        const auto unnamedOnly = DetectorStatus::withSessions({untitled(), untitled(), untitled()});
-        QCOMPARE(MenuBarLabel::content(true, unnamedOnly).text, QStringLiteral("3\u25CF"));
-        const auto mixed = DetectorStatus::withSessions(
-            {untitled(SessionInfo::Source::axUnnamed), named(QStringLiteral("Accounting")),
-             named(QStringLiteral("Later"), SessionInfo::Source::appleScript)});
+        // Every session counts; the title is the first named one's.
         QCOMPARE(MenuBarLabel::content(true, mixed).text, QStringLiteral("3\u25CF Accounting"));
     }
 
@@ -98,21 +90,10 @@ private Q_SLOTS:
         QCOMPARE(label.text, QStringLiteral("2\u25CF ") + expected);
     }
 
-    void sessionSectionForEveryStatus() {
-        const QList<MenuRow> permissions{{Kind::information, QStringLiteral("Permissions required")}};
-        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::needsAXPermission()), permissions);
-        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::needsAEPermission()), permissions);
+    // The permission rows and the session rows are checked where --detect prints the menu.
+    void sessionSectionWithoutSessions() {
         QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::appNotRunning()),
                  (QList<MenuRow>{{Kind::information, QStringLiteral("Windows App not running")}}));
-        QCOMPARE(MenuBarContent::sessionSection(DetectorStatus::noActiveSession()),
-                 (QList<MenuRow>{{Kind::information, QStringLiteral("No active sessions")}}));
-        const auto three = DetectorStatus::withSessions(
-            {named(QStringLiteral("One")), untitled(), named(QStringLiteral("Three"))});
-        QCOMPARE(MenuBarContent::sessionSection(three),
-                 (QList<MenuRow>{{Kind::information, QStringLiteral("Active Sessions (3)")},
-                                 {Kind::session, QStringLiteral("One"), 0},
-                                 {Kind::session, QStringLiteral("Background session"), 1},
-                                 {Kind::session, QStringLiteral("Three"), 2}}));
     }
 
     void menuWidgetsRebuildAndAct() {
@@ -176,8 +157,6 @@ private Q_SLOTS:
         const QList<platform::StatusItemLabel> states{
             MenuBarLabel::content(false, DetectorStatus::noActiveSession()), sessions(2),
             MenuBarLabel::content(true, DetectorStatus::noActiveSession())};
-        QCOMPARE(states[1].sessionCount, 2);
-        QCOMPARE(states[1].symbol, MenuBarLabel::idleSymbol); // the client glyph, badged
         // The image of a state on a panel of `background`, as the tray shows it: 22 points square.
         auto onPanel = [](const platform::StatusItemLabel& label, const QColor& background) {
             const QPixmap icon = TrayMenuBarItem::renderLabel(label, 22, 1.0);

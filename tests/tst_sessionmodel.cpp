@@ -10,19 +10,9 @@ using Source = SessionInfo::Source;
 class SessionModelTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void sourceRawValuesRoundTrip();
     void sessionInfoEquality();
     void detectorStatusEquality();
 };
-
-void SessionModelTest::sourceRawValuesRoundTrip() {
-    for (Source source : {Source::axNamed, Source::appleScript, Source::axUnnamed, Source::cgHidden})
-        QCOMPARE(SessionInfo::sourceFromRawValue(SessionInfo::rawValue(source)), source);
-    QVERIFY(!SessionInfo::sourceFromRawValue(QStringLiteral("cghidden")));
-    QVERIFY(!SessionInfo::sourceFromRawValue(QStringLiteral("AXNamed")));
-    QVERIFY(!SessionInfo::sourceFromRawValue(QString()));
-    QCOMPARE(qHash(Source::axNamed), qHash(QStringLiteral("axNamed")));
-}
 
 void SessionModelTest::sessionInfoEquality() {
     const SessionInfo untitled{std::nullopt, Source::axUnnamed};
