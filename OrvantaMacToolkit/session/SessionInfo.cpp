@@ -24,13 +24,6 @@ QString SessionInfo::rawValue(Source source) {
     Q_UNREACHABLE();
 }
 
-std::optional<SessionInfo::Source> SessionInfo::sourceFromRawValue(const QString& raw) {
-    for (const auto& [value, name] : sourceNames)
-        if (raw == QLatin1String(name))
-            return value;
-    return std::nullopt;
-}
-
 bool operator==(const SessionInfo& a, const SessionInfo& b) {
     if (a.source != b.source || a.title.has_value() != b.title.has_value())
         return false;

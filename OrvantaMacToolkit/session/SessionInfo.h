@@ -20,7 +20,6 @@ struct SessionInfo {
     Source source = Source::axNamed;
 
     static QString rawValue(Source source);
-    static std::optional<Source> sourceFromRawValue(const QString& raw);
 
     // Titles compare by canonical equivalence; an absent title equals only an absent one.
     friend bool operator==(const SessionInfo& a, const SessionInfo& b);
