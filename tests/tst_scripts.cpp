@@ -691,17 +691,16 @@ void ScriptsTest::reach_data() {
          "<span class=\"p3\" style=\"width:36.5%\">", "<td>stapled (status: good)</td>",
          "<td>RSA 2048 bits</td>"},
         {"TLSv1/SSLv3"});
-    scenario("weak certificate, server error",
-             {"TST_LEAF=%work/weak.pem", "TST_HTTP_CODE=503", "ORVANTA_FRONTEND=127.0.0.1:%tls",
-              "ORVANTA_ENDPOINTS=127.0.0.1:%tls"},
-             libre, 1,
-             {"FAIL  Front end 127.0.0.1: answers HTTP 503",
-              "the certificate has no subject alternative names",
-              "WARN  Front end 127.0.0.1: the certificate expires in 29 days", "key is RSA 1024 bits",
-              "broken hash (sha1WithRSAEncryption in CN = localhost)", "not marked for server authentication",
-              "Next: The problem is on the service's side"},
-             {"verdict fail", "DNS none (an address), connect 0.9 ms", "data-cause=\"service\""},
-             {"names the host"});
+    scenario(
+        "weak certificate, server error",
+        {"TST_LEAF=%work/weak.pem", "TST_HTTP_CODE=503", "ORVANTA_FRONTEND=127.0.0.1:%tls",
+         "ORVANTA_ENDPOINTS=127.0.0.1:%tls"},
+        libre, 1,
+        {"FAIL  Front end 127.0.0.1: answers HTTP 503", "the certificate has no subject alternative names",
+         "WARN  Front end 127.0.0.1: the certificate expires in 29 days", "key is RSA 1024 bits",
+         "broken hash (sha1WithRSAEncryption in CN = localhost)", "not marked for server authentication"},
+        {"verdict fail", "DNS none (an address), connect 0.9 ms", "data-cause=\"service\""},
+        {"names the host"});
     // A relay whose name a tool would take for an option is refused, not checked.
     QVariantMap expired = libre;
     expired.insert("lsof", optionRelay);
@@ -747,8 +746,7 @@ void ScriptsTest::monitor_data() {
              {"1 outage(s) seen; most downtime points at the Orvanta service (front end and relay)",
               "send this report to Orvanta support"},
              {"verdict fail", "<td>Front end 127.0.0.1, Relay 127.0.0.1</td>"});
-    // Stopped at the application's quit: the relay's outage is listed and blamed on the service, drawn as one
-    // band across its lane whatever the probes' own timing; the resolver, gateway and front end answered.
+    // At the application's quit: the relay's outage blamed on the service and drawn as one band in its lane.
     scenario("stopped at quit, the console's reader gone first",
              {"ORVANTA_FRONTEND=127.0.0.1:%tls", "ORVANTA_RELAY=127.0.0.1:%closed", "--indefinite",
               "TST_STOP_AT=minute 2:"},
@@ -768,18 +766,16 @@ void ScriptsTest::monitor_data() {
 // The figures from known answers, and the thresholds at their edges.
 void ScriptsTest::monitorKnownTimes_data() {
     scenarioColumns();
-    // Answers 50.12 60 55 150 50.9 75 65 70 ms: the least is 50.12 (a sort by digits would take 50.9), the
-    // median (60 + 65) / 2, the 95th percentile the 8th of 8 by nearest rank, the jitter (9.88 + 5 + 95
-    // + 99.1 + 24.1 + 10 + 5) / 7 from the eight answers needed, beyond what a session bears. Two single
-    // losses are loss, not an outage.
+    // Least 50.12 (a sort by digits takes 50.9), median (60 + 65) / 2, 95th percentile the 8th of 8 by
+    // nearest rank, jitter (9.88 + 5 + 95 + 99.1 + 24.1 + 10 + 5) / 7, beyond bearable. Single losses are no
+    // outage.
     scenario("known times from the gateway", {"ORVANTA_GATEWAY=127.0.0.5", "--indefinite"},
              {{"ping", knownPings("50.12 60 - 55.0 150.0 50.9 75.0 65.0 - 70.0")}}, 0,
              {"stopped by a termination request",
               "No outages, but the connection was unsteady: a jitter of 35.4 ms at Gateway 127.0.0.5",
               "Sessions may stutter on this network"},
-             {"<td>Gateway 127.0.0.5</td><td>ping 127.0.0.5</td><td>10</td><td>2</td><td>20.0%</td><td>50.1 "
-              "ms</td>"
-              "<td>62.5 ms</td><td>150.0 ms</td><td>150.0 ms</td><td>35.4 ms</td>",
+             {"<td>ping 127.0.0.5</td><td>10</td><td>2</td><td>20.0%</td><td>50.1 ms</td><td>62.5 ms</td>"
+              "<td>150.0 ms</td><td>150.0 ms</td><td>35.4 ms</td>",
               "class=\"loss\""},
              {"outage(s) seen", "class=\"outage\""});
     // Two probes lost in a row are the shortest outage; a jitter of exactly 30 ms is still bearable.
@@ -807,8 +803,7 @@ void ScriptsTest::trace_data() {
               "traceroute -n -q 2 -w 1 -m 4 -T -p 443 127.0.0.9",
               "traceroute -n -q 2 -w 1 -m 4 -I 127.0.0.1"},
              {"latency jump"});
-    // Known times over three rounds give known figures (sample deviation, as mtr): hop 2 answers 3 of 6
-    // probes and the destination 5 of 6, so the loss starts at hop 2, inside the local network.
+    // Three rounds of known times (sample deviation, as mtr): hop 2 answers 3 of 6 probes, the destination 5.
     scenario(
         "three rounds, TCP refused: figures per hop", {"--rounds=3", "TST_NO_TCP=1"},
         traced(" 1  10.0.0.1  1.000 ms  3.000 ms\n 2  10.0.0.2  10.000 ms  *\n"
@@ -817,16 +812,11 @@ void ScriptsTest::trace_data() {
                " 1  10.0.0.1  1.500 ms  2.500 ms\n 2  10.0.0.2  12.000 ms  14.000 ms\n"
                " 3  127.0.0.9  26.000 ms  28.000 ms\n"),
         0,
-        {"cannot send TCP probes to port 443 on this system (it needs administrator rights): using UDP "
-         "probes",
+        {"cannot send TCP probes to port 443 on this system",
          "hop  1  h1-1.example (10.0.0.1)  sent 6, loss 0.0%, best 1.0, avg 2.0, worst 3.0, stdev 0.7 ms",
-         "hop  3  h9-1.example (127.0.0.9)  sent 6, loss 16.7%, best 20.0, avg 24.0, worst 28.0, stdev 3.2 "
-         "ms"},
-        {"verdict warn",
-         "<tr class=\"mark\"><td>2</td><td>h2-1.example</td><td>10.0.0.2</td><td>6</td><td>50.0%</td>"
-         "<td>10.0</td><td>12.0</td><td>14.0</td><td>2.0</td><td>loss starts here and reaches the "
-         "destination</td></tr>",
-         "UDP probes, 2 per hop in each round; 3 round(s).",
+         "hop  3  h9-1.example (127.0.0.9)  sent 6, loss 16.7%, best 20.0, avg 24.0, worst 28.0, stdev 3.2"},
+        {"verdict warn", "<tr class=\"mark\"><td>2</td><td>h2-1.example</td>",
+         "loss starts here and reaches the destination", "UDP probes, 2 per hop in each round; 3 round(s).",
          "16.7% of the probes to the destination were lost, from hop 2 (h2-1.example, 10.0.0.2) on",
          "inside your own network",
          "<title>hop 2: sent 6, loss 50.0%, best 10.0, avg 12.0, worst 14.0, stdev 2.0 ms</title>"},
@@ -863,8 +853,7 @@ void ScriptsTest::trace_data() {
               "FAIL  Relay: '-n' is not a valid host name"},
              {"<td>administratively prohibited (!X)</td>", "Send this report to your internet provider"},
              {"did not answer"});
-    // The client's connections: a UDP flow, a closing and a loopback connection do not count; of two HTTPS
-    // peers, the one with more connections is taken, and called a guess.
+    // UDP, closing and loopback connections do not count; of two HTTPS peers the busier is taken.
     scenario("relay guessed from the client's connections", {"ORVANTA_CLIENT_PROCESS=tst_scripts"},
              traced(" 1  127.0.0.9 (127.0.0.9)  0.1 ms  0.1 ms\n",
                     {{"lsof", lsofListing("f20 PUDP 'n10.0.0.2:5000->198.51.100.1:3391' "
