@@ -406,7 +406,6 @@ void ScriptsTest::initTestCase() {
 }
 
 void ScriptsTest::cleanupTestCase() {
-    proxy_.reset();
     for (QProcess* server : {&tlsServer_, &tls12Server_}) {
         server->kill();
         server->waitForFinished();
@@ -622,7 +621,8 @@ void ScriptsTest::runScenario(const QString& script, const QString& prefix, cons
     QXmlStreamReader xml(text);
     while (!xml.atEnd())
         xml.readNext();
-    QVERIFY2(!xml.hasError(), qPrintable(xml.errorString() + QString::number(xml.lineNumber())));
+    QVERIFY2(!xml.hasError(),
+             qPrintable(QStringLiteral("line %1: ").arg(xml.lineNumber()) + xml.errorString()));
     QVERIFY(!text.contains(QStringLiteral("<script"), Qt::CaseInsensitive));
     QVERIFY(!text.contains(QRegularExpression(QStringLiteral("(src|href)\\s*=\\s*\"?(https?:)?//"))));
     QCOMPARE(text.lastIndexOf(QStringLiteral("<h2>")),
