@@ -258,10 +258,6 @@ private:
     int m_worldNumber = 0;
 };
 
-int main(int argc, char** argv) {
-    QApplication app(argc, argv);
-    AppTest test;
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_MAIN(AppTest)
 
 #include "tst_app.moc"

@@ -233,10 +233,6 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    QApplication app(argc, argv);
-    MenuBarTest test;
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_MAIN(MenuBarTest)
 
 #include "tst_menubar.moc"

@@ -267,10 +267,6 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    QApplication app(argc, argv);
-    WindowPartsTest test;
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_MAIN(WindowPartsTest)
 
 #include "tst_windowparts.moc"
