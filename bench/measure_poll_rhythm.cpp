@@ -9,6 +9,7 @@
 // from the ideal grid (start + k * interval): negative is early, positive late. The leeway allows late
 // ticks by up to 200 ms (monitor) or 500 ms (permissions), never early ones.
 
+#include "ObservedPorts.h"
 #include "TestWorlds.h"
 #include "permissions/PermissionsService.h"
 #include "session/SessionMonitor.h"
@@ -18,83 +19,41 @@
 #include <QTimer>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <vector>
 
 using namespace orvanta;
 using namespace orvanta::testing;
-using Clock = std::chrono::steady_clock;
 
 namespace {
-
-// Forwards to the simulated desktop and notes the time of every trust check.
-class TickRecorder final : public platform::Accessibility {
-public:
-    explicit TickRecorder(platform::SimulatedDesktop& desktop) : m_desktop(desktop) {}
-
-    std::vector<Clock::time_point> ticks() const {
-        QMutexLocker lock(&m_mutex);
-        return m_ticks;
-    }
-
-    bool isProcessTrusted() override {
-        {
-            QMutexLocker lock(&m_mutex);
-            m_ticks.push_back(Clock::now());
-        }
-        return m_desktop.isProcessTrusted();
-    }
-    platform::AXElement applicationElement(platform::Pid pid) override {
-        return m_desktop.applicationElement(pid);
-    }
-    platform::AXAttributeResult copyAttributeValue(const platform::AXElement& element,
-                                                   const QString& attribute) override {
-        return m_desktop.copyAttributeValue(element, attribute);
-    }
-    std::optional<platform::Pid> elementPid(const platform::AXElement& element) override {
-        return m_desktop.elementPid(element);
-    }
-    int performAction(const platform::AXElement& element, const QString& action) override {
-        return m_desktop.performAction(element, action);
-    }
-    int setMessagingTimeout(const platform::AXElement& element, float seconds) override {
-        return m_desktop.setMessagingTimeout(element, seconds);
-    }
-
-private:
-    platform::SimulatedDesktop& m_desktop;
-    mutable QMutex m_mutex;
-    std::vector<Clock::time_point> m_ticks;
-};
 
 struct Poll {
     const char* name;
     int phaseMs;
     int intervalMs;
     int firstDueMs; // after start
-    std::unique_ptr<TickRecorder> recorder;
-    Clock::time_point started;
-    std::size_t ticksBeforeStart = 0; // the permissions service reads trust once at construction
+    // Notes the time of every trust check, which opens every pass and every permission poll.
+    std::unique_ptr<ObservedPorts> recorder;
+    qint64 startedNanos = 0;
+    qsizetype ticksBeforeStart = 0; // the permissions service reads trust once at construction
 };
 
-double ms(Clock::duration d) {
-    return std::chrono::duration<double, std::milli>(d).count();
+double ms(qint64 nanos) {
+    return double(nanos) / 1e6;
 }
 
 void report(const Poll& poll) {
-    const std::vector<Clock::time_point> all = poll.recorder->ticks();
-    const std::vector<Clock::time_point> ticks(all.begin() + std::ptrdiff_t(poll.ticksBeforeStart),
-                                               all.end());
+    const QList<qint64> ticks = poll.recorder->trustCheckNanos().mid(poll.ticksBeforeStart);
     if (ticks.size() < 2) {
-        std::printf("%-11s phase %3d ms: %zu ticks, too few to measure\n", poll.name, poll.phaseMs,
-                    ticks.size());
+        std::printf("%-11s phase %3d ms: %lld ticks, too few to measure\n", poll.name, poll.phaseMs,
+                    qlonglong(ticks.size()));
         return;
     }
     double minGap = 1e18, maxGap = -1e18, earliest = 1e18, latest = -1e18;
-    for (std::size_t k = 0; k < ticks.size(); ++k) {
-        const double offset = ms(ticks[k] - poll.started) - poll.firstDueMs - double(k) * poll.intervalMs;
+    for (qsizetype k = 0; k < ticks.size(); ++k) {
+        const double offset =
+            ms(ticks[k] - poll.startedNanos) - poll.firstDueMs - double(k) * poll.intervalMs;
         earliest = std::min(earliest, offset);
         latest = std::max(latest, offset);
         if (k > 0) {
@@ -104,8 +63,8 @@ void report(const Poll& poll) {
         }
     }
     std::printf(
-        "%-11s phase %3d ms: %2zu ticks, gap min %8.1f max %8.1f ms, against the grid %+7.1f .. %+7.1f ms\n",
-        poll.name, poll.phaseMs, ticks.size(), minGap, maxGap, earliest, latest);
+        "%-11s phase %3d ms: %2lld ticks, gap min %8.1f max %8.1f ms, against the grid %+7.1f .. %+7.1f ms\n",
+        poll.name, poll.phaseMs, qlonglong(ticks.size()), minGap, maxGap, earliest, latest);
 }
 
 } // namespace
@@ -129,7 +88,7 @@ int main(int argc, char** argv) {
                       phase,
                       isMonitor ? 5000 : 2000,
                       isMonitor ? 0 : 2000,
-                      std::make_unique<TickRecorder>(desktop),
+                      std::make_unique<ObservedPorts>(desktop),
                       {},
                       0};
             polls.push_back(std::move(poll));
@@ -137,8 +96,7 @@ int main(int argc, char** argv) {
     }
     for (std::size_t i = 0; i < polls.size(); ++i) {
         Poll& poll = polls[i];
-        platform::Platform ports = desktop.platform();
-        ports.accessibility = poll.recorder.get();
+        const platform::Platform ports = poll.recorder->platform();
         const bool isMonitor = poll.intervalMs == 5000;
         if (isMonitor)
             monitors.push_back(
@@ -148,8 +106,8 @@ int main(int argc, char** argv) {
         QObject* object = isMonitor ? static_cast<QObject*>(monitors.back().get()) : services.back().get();
         const qint64 due = secondStart + poll.phaseMs - QDateTime::currentMSecsSinceEpoch();
         QTimer::singleShot(std::max<qint64>(0, due), Qt::PreciseTimer, object, [&poll, object, isMonitor] {
-            poll.ticksBeforeStart = poll.recorder->ticks().size();
-            poll.started = Clock::now();
+            poll.ticksBeforeStart = poll.recorder->trustCheckNanos().size();
+            poll.startedNanos = poll.recorder->elapsedNanos();
             if (isMonitor)
                 static_cast<SessionMonitor*>(object)->start();
             else

@@ -40,6 +40,12 @@ public:
         QMutexLocker lock(&m_mutex);
         return m_permissionCheckTimes;
     }
+    // When each trust check came, in nanoseconds on the same clock.
+    qint64 elapsedNanos() const { return m_clock.nsecsElapsed(); }
+    QList<qint64> trustCheckNanos() const {
+        QMutexLocker lock(&m_mutex);
+        return m_trustCheckNanos;
+    }
 
     std::atomic_int permissionChecks{0};
     std::atomic_int scriptRuns{0};
@@ -51,6 +57,7 @@ public:
         {
             QMutexLocker lock(&m_mutex);
             m_trustThreads << QThread::currentThread()->objectName();
+            m_trustCheckNanos << m_clock.nsecsElapsed();
         }
         return m_desktop.isProcessTrusted();
     }
@@ -96,6 +103,7 @@ private:
     mutable QMutex m_mutex;
     QStringList m_trustThreads;
     QList<qint64> m_permissionCheckTimes;
+    QList<qint64> m_trustCheckNanos;
 };
 
 } // namespace orvanta::testing
