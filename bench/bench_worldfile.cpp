@@ -14,20 +14,13 @@ namespace {
 
 constexpr qsizetype fileSize = 10 * 1000 * 1000;
 
-QByteArray smallNumbers(qsizetype size = fileSize) {
+// A window list of `size` bytes that repeats one value: small numbers, or empty objects, the most values
+// per byte that become containers.
+QByteArray listOf(const QByteArray& value, const QByteArray& separator, qsizetype size = fileSize) {
     QByteArray json = R"({"windowServer": [)";
     while (json.size() < size)
-        json += "7, ";
-    json += "7]}";
-    return json;
-}
-
-// The most values per byte that become containers: empty objects.
-QByteArray emptyObjects() {
-    QByteArray json = R"({"windowServer": [)";
-    while (json.size() < fileSize)
-        json += "{},";
-    json += "{}]}";
+        json += value + separator;
+    json += value + "]}";
     return json;
 }
 
@@ -66,7 +59,7 @@ void readWorld(benchmark::State& state, const QByteArray& json) {
 
 // Also at a quarter of the size: time and memory per byte stay the same.
 void BM_readSmallNumbers(benchmark::State& state) {
-    readWorld(state, smallNumbers(state.range(0)));
+    readWorld(state, listOf("7", ", ", state.range(0)));
 }
 BENCHMARK(BM_readSmallNumbers)
     ->Unit(benchmark::kMillisecond)
@@ -75,7 +68,7 @@ BENCHMARK(BM_readSmallNumbers)
     ->Arg(fileSize);
 
 void BM_readEmptyObjects(benchmark::State& state) {
-    readWorld(state, emptyObjects());
+    readWorld(state, listOf("{}", ","));
 }
 BENCHMARK(BM_readEmptyObjects)->Unit(benchmark::kMillisecond)->Iterations(3);
 
