@@ -61,15 +61,21 @@ BENCHMARK(BM_scanAXWindows50);
 
 // One whole pass on a client with 20 windows: 16 sessions, 2 auxiliary windows and 2 untitled ones; System
 // Events reports the same names, so the merge compares every name with every scanned title.
-void BM_detect20(benchmark::State& state) {
-    platform::SimulatedDesktop desktop(clientWorld(clientWindows(20, [](int i) { return i % 10 == 5; })));
+// Whole passes, with their log lines, over `world`.
+void detectPasses(benchmark::State& state, platform::SimWorld world, const char* label) {
+    platform::SimulatedDesktop desktop(std::move(world));
     const platform::Platform platform = desktop.platform();
     for (auto _ : state) {
         DebugCollector collector;
         DetectorStatus status = SessionDetector::detect(platform, &collector);
         benchmark::DoNotOptimize(status);
     }
-    state.SetLabel("20 windows, with log lines");
+    state.SetLabel(label);
+}
+
+void BM_detect20(benchmark::State& state) {
+    detectPasses(state, clientWorld(clientWindows(20, [](int i) { return i % 10 == 5; })),
+                 "20 windows, with log lines");
 }
 BENCHMARK(BM_detect20)->Unit(benchmark::kMicrosecond);
 
@@ -81,14 +87,7 @@ void BM_detect4000(benchmark::State& state) {
     for (int i = 0; i < 4000; ++i)
         windows << window(i % 2 ? QStringLiteral("Desk %1").arg(i)
                                 : QString::fromUtf8("Caf\u00e9 %1").arg(i));
-    platform::SimulatedDesktop desktop(clientWorld(windows));
-    const platform::Platform platform = desktop.platform();
-    for (auto _ : state) {
-        DebugCollector collector;
-        DetectorStatus status = SessionDetector::detect(platform, &collector);
-        benchmark::DoNotOptimize(status);
-    }
-    state.SetLabel("4,000 titled windows, with log lines");
+    detectPasses(state, clientWorld(windows), "4,000 titled windows, with log lines");
 }
 BENCHMARK(BM_detect4000)->Unit(benchmark::kMillisecond);
 
