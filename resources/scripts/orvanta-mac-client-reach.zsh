@@ -562,21 +562,16 @@ judge_certificate() {
     cert_field "$text" "NIST CURVE:" && curve=$REPLY
     [[ -z $curve ]] && cert_field "$text" "ASN1 OID:" && curve=$REPLY
     case $kalg in
-    rsa*)
-        if (( bits < 2048 )); then
-            orv_result FAIL "$role $host: the certificate's key is RSA $bits bits; macOS requires 2048 or more"
-            orv_row FAIL "Key" "RSA $bits bits: macOS requires at least 2048"
+    rsa*|id-ecPublicKey)
+        local kind=RSA shown least=2048
+        [[ $kalg == id-ecPublicKey ]] && { kind=EC; least=256 }
+        shown="$kind $bits bits${${kind:#RSA}:+${curve:+ ($curve)}}"
+        if (( bits < least )); then
+            orv_result FAIL "$role $host: the certificate's key is $shown; macOS requires $least bits or more"
+            orv_row FAIL "Key" "$shown: macOS requires at least $least bits"
             note_cause fail service
         else
-            orv_row OK "Key" "RSA $bits bits"
-        fi ;;
-    id-ecPublicKey)
-        if (( bits < 256 )); then
-            orv_result FAIL "$role $host: the certificate's key is EC $bits bits, too short"
-            orv_row FAIL "Key" "EC $bits bits${curve:+ ($curve)}: at least 256 are needed"
-            note_cause fail service
-        else
-            orv_row OK "Key" "EC $bits bits${curve:+ ($curve)}"
+            orv_row OK "Key" "$shown"
         fi ;;
     *) orv_row INFO "Key" "${kalg:-not reported}${${bits:#0}:+, $bits bits}" ;;
     esac
