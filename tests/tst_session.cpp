@@ -1,5 +1,8 @@
+// Session detection: the Accessibility scan and its text rules, the System Events query, the window census,
+// whole passes, the session values, and bringing a session forward.
 #include "TestWorlds.h"
 #include "session/SessionDetector.h"
+#include "session/SessionFocus.h"
 
 #include <QTest>
 #include <QTimeZone>
@@ -52,9 +55,19 @@ AppleScriptOutcome scriptError(const QVariant& number) {
 
 Q_DECLARE_METATYPE(orvanta::platform::SimWorld)
 
-class DetectionTest : public QObject {
+class SessionTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void excludedTitles_data();
+    void excludedTitles();
+    void sizes_data();
+    void sizes();
+    void duplicatesAreKeptOnce();
+    void untitledWindows();
+    void unreadableAttributes();
+    void failedWindowList_data();
+    void failedWindowList();
+    void ownWindowIsSkippedWithItsLine();
     void query_data();
     void query();
     void queryErrors_data();
@@ -66,9 +79,158 @@ private Q_SLOTS:
     void passes_data();
     void passes();
     void mergeOrderAndRepeats();
+    void sessionValuesCompareWhole();
+    void orderAndTimingOfEffects();
+    void untitledOrRenamedSessionsOnlyBringThisApplicationForward();
+    void findAXWindow();
 };
 
-void DetectionTest::query_data() {
+void SessionTest::excludedTitles_data() {
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<bool>("excluded");
+    QTest::newRow("exact") << QStringLiteral("Connection Center") << true;
+    QTest::newRow("trimmed") << QStringLiteral("  Connection Center \n") << true;
+    QTest::newRow("no-break spaces") << QString::fromUtf8("\u00a0Devices\u00a0") << true;
+    QTest::newRow("exact is case-sensitive") << QStringLiteral("connection center") << false;
+    QTest::newRow("own window") << QStringLiteral("Orvanta Mac Toolkit") << true;
+    QTest::newRow("tracker") << QStringLiteral("Orvanta Session Tracker") << true;
+    QTest::newRow("dash") << QStringLiteral(" - ") << true;
+    QTest::newRow("white space only") << QStringLiteral(" \t ") << true;
+    QTest::newRow("MSCTFIME UI") << QStringLiteral("MSCTFIME UI") << true;
+    QTest::newRow("ctf in any case") << QStringLiteral("Quarterly cTf review") << true;
+    QTest::newRow("ime prefix lower") << QStringLiteral("default ime") << true;
+    QTest::newRow("tsf") << QStringLiteral("tsf_bar") << true;
+    QTest::newRow("cicero") << QStringLiteral("xCICEROx") << true;
+    QTest::newRow("session") << QStringLiteral("Desk 1") << false;
+    QTest::newRow("ends with ime no underscore") << QStringLiteral("Runtime") << false;
+    QTest::newRow("contains About") << QStringLiteral("About Desk") << false;
+    QTest::newRow("decomposed accent") << QString::fromUtf8("Bu\u0308ro") << false;
+    // Fragments match whole characters: an accent on a fragment's last letter makes another character, the
+    // same whether it is written precomposed or as a combining mark.
+    QTest::newRow("fragment's last letter accented, decomposed")
+        << QString::fromUtf8("Cicero\u0301 Desk") << false;
+    QTest::newRow("fragment's last letter accented, precomposed")
+        << QString::fromUtf8("Cicer\u00f3 Desk") << false;
+    QTest::newRow("fragment after an accented letter") << QString::fromUtf8("Re\u0301sume\u0301CTF") << true;
+}
+
+void SessionTest::excludedTitles() {
+    QFETCH(QString, title);
+    QFETCH(bool, excluded);
+    QCOMPARE(SessionDetector::isExcludedTitle(title), excluded);
+}
+
+void SessionTest::sizes_data() {
+    QTest::addColumn<double>("width");
+    QTest::addColumn<double>("height");
+    QTest::addColumn<QString>("logged");
+    QTest::addColumn<bool>("accepted");
+    QTest::newRow("narrow") << 199.0 << 1080.0 << QStringLiteral("199x1080") << false;
+    QTest::newRow("low") << 1080.0 << 199.9 << QStringLiteral("1080x199") << false;
+    QTest::newRow("square") << 200.0 << 200.0 << QStringLiteral("200x200") << true;
+    QTest::newRow("fractions truncated") << 1920.9 << 1080.2 << QStringLiteral("1920x1080") << true;
+    QTest::newRow("negative truncated toward zero") << -0.5 << -199.9 << QStringLiteral("0x-199") << false;
+    // Beyond the 64-bit range a size is still written as its own integer.
+    QTest::newRow("beyond 9e18") << 9.5e18 << 18446744073709551616.0
+                                 << QStringLiteral("9500000000000000000x18446744073709551616") << true;
+    QTest::newRow("infinite") << std::numeric_limits<double>::infinity()
+                              << -std::numeric_limits<double>::infinity() << QStringLiteral("infx-inf")
+                              << false;
+}
+
+void SessionTest::sizes() {
+    QFETCH(double, width);
+    QFETCH(double, height);
+    QFETCH(QString, logged);
+    QFETCH(bool, accepted);
+    // A title with placeholders and percent signs is logged as it is.
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Desk %1 50%"), width, height)}));
+    DebugCollector collector;
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
+    QCOMPARE(collector.lines.at(1),
+             QStringLiteral("  AX win title=\"Desk %1 50%\" subrole=AXStandardWindow size=") + logged +
+                 QStringLiteral(" min=false"));
+    QCOMPARE(result.namedTitles.size(), accepted ? 1 : 0);
+}
+
+void SessionTest::duplicatesAreKeptOnce() {
+    // Equal titles, one precomposed and one decomposed, count once; the first spelling is kept as read.
+    const QString precomposed = QString::fromUtf8("B\u00fcro ");
+    SimulatedDesktop desktop(clientWorld({window(precomposed), window(QStringLiteral("Other")),
+                                          window(QString::fromUtf8("Bu\u0308ro ")), window(precomposed)}));
+    QCOMPARE(SessionDetector::scanAXWindows(desktop.platform(), clientPid).namedTitles,
+             (QStringList{precomposed, QStringLiteral("Other")}));
+}
+
+void SessionTest::untitledWindows() {
+    const QString unknown = QStringLiteral("AXUnknown");
+    SimulatedDesktop desktop(
+        clientWorld({window(QString(), 1920, 1080, unknown), window(QString(), 1920, 1080, unknown, true),
+                     window(QString(), 1920, 1080, QStringLiteral("AXStandardWindow")),
+                     window(QString(), 100, 1080, unknown), window(QString(), 2560, 1440, unknown)}));
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid);
+    QCOMPARE(result.namedTitles, QStringList());
+    QCOMPARE(result.unnamedCount, 2);
+}
+
+void SessionTest::unreadableAttributes() {
+    SimWindow nothing;    // every read fails
+    SimWindow wrongTypes; // reads succeed with values of other types
+    wrongTypes.title = AXValue(true);
+    wrongTypes.subrole = AXValue(AXSize{1, 2});
+    wrongTypes.size = AXValue(QStringLiteral("1920x1080"));
+    wrongTypes.minimized = AXValue(QStringLiteral("true"));
+    SimWindow absentValues; // reads succeed with no value
+    absentValues.title = AXValue();
+    absentValues.size = AXValue();
+    SimWindow unknownUnreadableSize = window(QString(), 0, 0, QStringLiteral("AXUnknown"));
+    unknownUnreadableSize.size.reset();
+    SimulatedDesktop desktop(clientWorld({nothing, wrongTypes, absentValues, unknownUnreadableSize}));
+    DebugCollector collector;
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
+    QCOMPARE(result.namedTitles, QStringList());
+    QCOMPARE(result.unnamedCount, 0);
+    QCOMPARE(collector.lines.mid(1, 4),
+             (QStringList{QStringLiteral("  AX win title=\"\" subrole= size=0x0 min=false"),
+                          QStringLiteral("  AX win title=\"\" subrole= size=0x0 min=false"),
+                          QStringLiteral("  AX win title=\"\" subrole= size=0x0 min=false"),
+                          QStringLiteral("  AX win title=\"\" subrole=AXUnknown size=0x0 min=false")}));
+}
+
+void SessionTest::failedWindowList_data() {
+    QTest::addColumn<int>("error");
+    QTest::newRow("cannot complete") << -25204;
+    QTest::newRow("read without a list") << 0;
+}
+
+void SessionTest::failedWindowList() {
+    QFETCH(int, error);
+    SimWorld world = clientWorld({window(QStringLiteral("Desk 1"))});
+    world.windowsError.insert(clientPid, error);
+    SimulatedDesktop desktop(world);
+    DebugCollector collector;
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
+    QCOMPARE(collector.lines, QStringList{QStringLiteral("AX windows query failed (result=%1)").arg(error)});
+    QVERIFY(result.namedTitles.isEmpty());
+    QCOMPARE(result.unnamedCount, 0);
+}
+
+void SessionTest::ownWindowIsSkippedWithItsLine() {
+    SimWindow own = window(QStringLiteral("Stray"));
+    own.pid = ownPid;
+    SimWindow ownerUnknown = window(QStringLiteral("Desk 9"));
+    ownerUnknown.ownerUnknown = true;
+    // A window whose owner cannot be read counts as pid 0 and is scanned like any other.
+    SimulatedDesktop desktop(clientWorld({own, ownerUnknown, window(QStringLiteral("Desk 1"))}));
+    DebugCollector collector;
+    const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid, &collector);
+    QCOMPARE(result.namedTitles, (QStringList{QStringLiteral("Desk 9"), QStringLiteral("Desk 1")}));
+    QCOMPARE(collector.lines.at(1),
+             QStringLiteral("OWN-PID exclusion fired (winPid=4242). Should be unreachable."));
+    QCOMPARE(collector.lines.size(), 5);
+}
+
+void SessionTest::query_data() {
     QTest::addColumn<SimWorld>("world");
     QTest::addColumn<QStringList>("titles");
     QTest::addColumn<QStringList>("lines");
@@ -96,7 +258,7 @@ void DetectionTest::query_data() {
                                     << QStringList{QStringLiteral("AS detect: raw=0 filtered=0")};
 }
 
-void DetectionTest::query() {
+void SessionTest::query() {
     QFETCH(SimWorld, world);
     QFETCH(QStringList, titles);
     QFETCH(QStringList, lines);
@@ -108,7 +270,7 @@ void DetectionTest::query() {
     QCOMPARE(collector.lines, lines);
 }
 
-void DetectionTest::queryErrors_data() {
+void SessionTest::queryErrors_data() {
     QTest::addColumn<QVariant>("number");
     QTest::addColumn<QString>("line");
     QTest::addColumn<bool>("denied");
@@ -134,7 +296,7 @@ void DetectionTest::queryErrors_data() {
     QTest::newRow("Boolean") << QVariant(true) << failed.arg(0) << false;
 }
 
-void DetectionTest::queryErrors() {
+void SessionTest::queryErrors() {
     QFETCH(QVariant, number);
     QFETCH(QString, line);
     QFETCH(bool, denied);
@@ -148,7 +310,7 @@ void DetectionTest::queryErrors() {
     QCOMPARE(collector.lines, QStringList{line});
 }
 
-void DetectionTest::censusRules_data() {
+void SessionTest::censusRules_data() {
     QTest::addColumn<QVariantMap>("entry");
     QTest::addColumn<int>("count");
     const int pid = clientPid;
@@ -186,7 +348,7 @@ void DetectionTest::censusRules_data() {
     QTest::newRow("no owner") << noOwner << 0;
 }
 
-void DetectionTest::censusRules() {
+void SessionTest::censusRules() {
     QFETCH(QVariantMap, entry);
     QFETCH(int, count);
     // The entry sits between a counted window and a window of another process, to show it is skipped alone.
@@ -198,7 +360,7 @@ void DetectionTest::censusRules() {
              QStringList{QStringLiteral("CG tiebreaker: %1 large hidden window(s)").arg(count + 1)});
 }
 
-void DetectionTest::censusWithoutListOrClient_data() {
+void SessionTest::censusWithoutListOrClient_data() {
     QTest::addColumn<SimWorld>("world");
     const SimWorld world = clientWorld({window(QStringLiteral("Desk 1"))});
     const QVariantMap large = cgWindow(clientPid, 1920.0, 1080.0);
@@ -212,7 +374,7 @@ void DetectionTest::censusWithoutListOrClient_data() {
     QTest::newRow("client not running") << noClient;
 }
 
-void DetectionTest::censusWithoutListOrClient() {
+void SessionTest::censusWithoutListOrClient() {
     QFETCH(SimWorld, world);
     SimulatedDesktop desktop(world);
     DebugCollector collector;
@@ -220,7 +382,7 @@ void DetectionTest::censusWithoutListOrClient() {
     QVERIFY(collector.lines.isEmpty());
 }
 
-void DetectionTest::passes_data() {
+void SessionTest::passes_data() {
     QTest::addColumn<SimWorld>("world");
     QTest::addColumn<DetectorStatus>("status");
     // The whole transcript when it starts with the header, else its end; whether System Events was asked.
@@ -315,7 +477,7 @@ void DetectionTest::passes_data() {
                                      << true;
 }
 
-void DetectionTest::passes() {
+void SessionTest::passes() {
     QFETCH(SimWorld, world);
     QFETCH(DetectorStatus, status);
     QFETCH(QStringList, lines);
@@ -330,7 +492,7 @@ void DetectionTest::passes() {
     QCOMPARE(desktop.appleScriptRuns() > 0, queried);
 }
 
-void DetectionTest::mergeOrderAndRepeats() {
+void SessionTest::mergeOrderAndRepeats() {
     // The scan sees A (precomposed), C and an untitled window; the query reports A (decomposed), B, C with
     // its two combining marks in the other order (canonically the same text), and B again.
     const QString a = QString::fromUtf8("Caf\u00e9 A");
@@ -351,5 +513,87 @@ void DetectionTest::mergeOrderAndRepeats() {
     QCOMPARE(collector.lines.last(), QStringLiteral("Result: sessions count=5 named=4 unnamed=1"));
 }
 
-QTEST_GUILESS_MAIN(DetectionTest)
-#include "tst_detection.moc"
+void SessionTest::sessionValuesCompareWhole() {
+    // Titles compare canonically; the source, a missing title against an empty one, and the order count.
+    const SessionInfo a = named(QStringLiteral("A"));
+    const SessionInfo b = named(QStringLiteral("B"), Source::appleScript);
+    QCOMPARE(named(QString::fromUtf8("Ren\u00e9e")), named(QString::fromUtf8("Rene\u0301e")));
+    QVERIFY(!(untitled(Source::axUnnamed) == untitled(Source::cgHidden)));
+    QVERIFY(!(untitled(Source::axUnnamed) == named(QString(), Source::axUnnamed)));
+    QVERIFY(!(a == named(QStringLiteral("A"), Source::appleScript)));
+    QCOMPARE(DetectorStatus(), DetectorStatus::appNotRunning());
+    QVERIFY(!(DetectorStatus::withSessions({a, b}) == DetectorStatus::withSessions({b, a})));
+    QVERIFY(!(DetectorStatus::withSessions({a}) == DetectorStatus::withSessions({a, a})));
+    const QList<DetectorStatus> plain{DetectorStatus::needsAXPermission(),
+                                      DetectorStatus::needsAEPermission(), DetectorStatus::appNotRunning(),
+                                      DetectorStatus::noActiveSession()};
+    for (qsizetype i = 0; i < plain.size(); ++i) {
+        QCOMPARE(plain[i], plain[i]);
+        QVERIFY(!(plain[i] == plain[(i + 1) % plain.size()]));
+        QVERIFY(!(DetectorStatus::withSessions({a}) == plain[i]));
+    }
+}
+
+void SessionTest::orderAndTimingOfEffects() {
+    // Two windows share the title; the first in the client's order is raised.
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Other")), window(QStringLiteral("Desk 1")),
+                                          window(QStringLiteral("Desk 1"))}));
+    SessionFocus::focus(desktop.platform(), {QStringLiteral("Desk 1"), SessionInfo::Source::appleScript});
+    // The first step happens before focus returns.
+    QCOMPARE(desktop.actionDescriptions(), QStringList{QStringLiteral("activate self")});
+    QTRY_COMPARE_WITH_TIMEOUT(desktop.actions().size(), 3, 5000);
+    const auto actions = desktop.actions();
+    QCOMPARE(actions[1].description, QStringLiteral("activate pid=812 options=1"));
+    QCOMPARE(actions[2].description, QStringLiteral("AXRaise pid=812 window=1 title=\"Desk 1\""));
+    const qint64 toClient = actions[1].elapsedMs - actions[0].elapsedMs;
+    const qint64 toRaise = actions[2].elapsedMs - actions[1].elapsedMs;
+    QVERIFY2(toClient >= 95 && toClient < 1000, qPrintable(QString::number(toClient)));
+    QVERIFY2(toRaise >= 45 && toRaise < 1000, qPrintable(QString::number(toRaise)));
+}
+
+void SessionTest::untitledOrRenamedSessionsOnlyBringThisApplicationForward() {
+    SimulatedDesktop desktop(clientWorld({window(QStringLiteral("Desk 1"))}));
+    SessionFocus::focus(desktop.platform(), {std::nullopt, SessionInfo::Source::axUnnamed});
+    SessionFocus::focus(desktop.platform(), {std::nullopt, SessionInfo::Source::cgHidden});
+    SessionFocus::focus(desktop.platform(), {QStringLiteral("Desk 1"), SessionInfo::Source::axNamed});
+    // The window is renamed between the last pass and the delayed lookup.
+    desktop.updateWorld(
+        [](SimWorld& world) { world.windows[clientPid][0].title = AXValue(QStringLiteral("Desk 2")); });
+    QTest::qWait(400);
+    QCOMPARE(desktop.actionDescriptions(), QStringList(3, QStringLiteral("activate self")));
+}
+
+void SessionTest::findAXWindow() {
+    SimWindow unreadable = window(QStringLiteral("x"));
+    unreadable.title.reset();
+    SimulatedDesktop desktop(
+        clientWorld({unreadable, window(QStringLiteral(" Desk 1")), window(QStringLiteral("desk 1")),
+                     window(QString::fromUtf8("Cafe\u0301"))}));
+    const Platform platform = desktop.platform();
+    QVERIFY(!SessionFocus::findAXWindow(platform, std::nullopt));
+    QVERIFY(!SessionFocus::findAXWindow(platform, QString()));
+    QVERIFY(!SessionFocus::findAXWindow(platform, QStringLiteral("Desk 1"))); // no trimming, case kept
+    const qsizetype earlierTimeouts = desktop.messagingTimeouts().size();
+    const AXElement cafe = SessionFocus::findAXWindow(platform, QString::fromUtf8("Caf\u00e9"));
+    QVERIFY(cafe);
+    QCOMPARE(desktop.performAction(cafe, QStringLiteral("AXRaise")), 0);
+    QVERIFY(desktop.actionDescriptions().last().contains(QStringLiteral("window=3")));
+    // Every element the lookup asked through answers within a second or fails, so a hung client cannot
+    // hold the main thread; the detection pass, on its own thread, keeps the platform's default.
+    QCOMPARE(desktop.messagingTimeouts().mid(earlierTimeouts),
+             (QStringList{"pid=812 window=-1 1s", "pid=812 window=0 1s", "pid=812 window=1 1s",
+                          "pid=812 window=2 1s", "pid=812 window=3 1s"}));
+    QCOMPARE(SessionDetector::detect(platform).kind(), DetectorStatus::Kind::sessions);
+    QCOMPARE(desktop.messagingTimeouts().size(), earlierTimeouts + 5);
+
+    desktop.updateWorld([](SimWorld& world) { world.windowsError[clientPid] = axError::cannotComplete; });
+    QVERIFY(!SessionFocus::findAXWindow(platform, QStringLiteral(" Desk 1")));
+    desktop.updateWorld([](SimWorld& world) {
+        world.windowsError.clear();
+        world.runningApplications.clear();
+    });
+    QVERIFY(!SessionFocus::findAXWindow(platform, QStringLiteral(" Desk 1")));
+}
+
+QTEST_GUILESS_MAIN(SessionTest)
+#include "tst_session.moc"
