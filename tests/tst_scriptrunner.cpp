@@ -77,6 +77,8 @@ auto restoredLater(const QByteArray& name) {
 class ScriptRunnerTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void catalogMatchesTheShippedScripts();
+    void argumentsForEveryScriptAndDuration();
     void decoderKeepsSplitCharactersAndDropsBadReads();
     void runsZshWithSeparateArgumentsInHome();
     void splitCharacterKeptAndInvalidChunksDropped();
@@ -89,6 +91,32 @@ private Q_SLOTS:
     void childEnvironment();
     void destructionLeavesNoChild();
 };
+
+void ScriptRunnerTest::catalogMatchesTheShippedScripts() {
+    // Each script is shipped, can be run, and names its reports as the list of reports expects.
+    for (ScriptCatalog script : ScriptCatalog::allCases()) {
+        QFile file(QStringLiteral(ORVANTA_SOURCE_DIR "/resources/scripts/") + script.fileName());
+        QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(file.fileName()));
+        QVERIFY(QFileInfo(file).isExecutable());
+        const QString writes = "orv_write_report " + script.reportPrefix() + " \"" + script.title() + '"';
+        QVERIFY2(QString::fromUtf8(file.readAll()).contains(writes), qPrintable(writes));
+    }
+}
+
+void ScriptRunnerTest::argumentsForEveryScriptAndDuration() {
+    const QList<QStringList> expected{
+        {"--duration", "15"},  {"--duration", "30"},  {},
+        {"--duration", "120"}, {"--duration", "240"}, {"--duration", "480"},
+        {"--duration", "720"}, {"--indefinite"},
+    };
+    const QList<MonitorDuration> durations = MonitorDuration::allCases();
+    QCOMPARE(durations.size(), expected.size());
+    for (qsizetype i = 0; i < durations.size(); ++i) {
+        QCOMPARE(argumentsFor(ScriptCatalog::networkMonitor, durations[i]), expected[i]);
+        QCOMPARE(argumentsFor(ScriptCatalog::connectorReach, durations[i]), QStringList());
+        QCOMPARE(argumentsFor(ScriptCatalog::traceRoute, durations[i]), QStringList());
+    }
+}
 
 void ScriptRunnerTest::decoderKeepsSplitCharactersAndDropsBadReads() {
     OutputDecoder decoder;
