@@ -2,12 +2,14 @@
 #include "TestWorlds.h"
 #include "session/SessionMonitor.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <thread>
 
 #include <csignal>
@@ -50,6 +52,13 @@ private:
     QList<QStringList> m_batches;
 };
 
+QStringList numbered(const QString& prefix, int count) {
+    QStringList lines;
+    for (int i = 0; i < count; ++i)
+        lines << prefix + QString::number(i);
+    return lines;
+}
+
 std::shared_ptr<DebugLog> newLog() {
     return std::make_shared<DebugLog>(2000, QString());
 }
@@ -64,6 +73,10 @@ private Q_SLOTS:
     void wakeAddsOnePassWithoutMovingTheRhythm_data();
     void wakeAddsOnePassWithoutMovingTheRhythm();
     void releaseDuringPass();
+    void logBoundKeepsTheNewestLines_data();
+    void logBoundKeepsTheNewestLines();
+    void logBatchesStayContiguousAndOrdered();
+    void logNeverTouchesDisk();
     void userSignalWakesTheSimulatedApplication(); // last: it collects what initTestCase set going
 
 private:
@@ -191,6 +204,73 @@ void SessionMonitorTest::releaseDuringPass() {
     const QStringList logged = log->snapshot();
     QVERIFY(!logged.isEmpty());
     QCOMPARE(logged.last(), QStringLiteral("Result: sessions count=1 named=1 unnamed=0"));
+}
+
+void SessionMonitorTest::logBoundKeepsTheNewestLines_data() {
+    QTest::addColumn<int>("capacity");
+    QTest::addColumn<QList<QStringList>>("batches");
+    QTest::addColumn<QStringList>("kept");
+    const QStringList old = numbered(QStringLiteral("old"), 1995);
+    const QStringList fresh = numbered(QStringLiteral("new"), 6);
+    QTest::newRow("one line over") << 2000 << QList<QStringList>{old, fresh} << old.mid(1) + fresh;
+    QTest::newRow("batch longer than the log")
+        << 5 << QList<QStringList>{numbered(QStringLiteral("a"), 3), numbered(QStringLiteral("b"), 12)}
+        << numbered(QStringLiteral("b"), 12).mid(7);
+    QTest::newRow("empty batch") << 3 << QList<QStringList>{{QStringLiteral("keep")}, {}}
+                                 << QStringList{QStringLiteral("keep")};
+}
+
+void SessionMonitorTest::logBoundKeepsTheNewestLines() {
+    QFETCH(int, capacity);
+    QFETCH(QList<QStringList>, batches);
+    QFETCH(QStringList, kept);
+    DebugLog log(capacity, QString());
+    int echoes = 0;
+    log.setEcho([&](const QStringList&) { ++echoes; });
+    for (const QStringList& batch : batches)
+        log.append(batch);
+    QCOMPARE(log.snapshot(), kept);
+    QCOMPARE(echoes,
+             int(std::count_if(batches.cbegin(), batches.cend(), [](auto& b) { return !b.isEmpty(); })));
+}
+
+void SessionMonitorTest::logBatchesStayContiguousAndOrdered() {
+    DebugLog log(100000, QString());
+    QStringList expected;
+    // Two writers; each batch must land whole, and each writer's batches in its own order.
+    auto writer = [&log](const QString& name) {
+        for (int i = 0; i < 200; ++i)
+            log.append({name + QString::number(i) + QStringLiteral("/1"),
+                        name + QString::number(i) + QStringLiteral("/2")});
+    };
+    QThread* other = QThread::create(writer, QStringLiteral("t"));
+    other->start();
+    writer(QStringLiteral("m"));
+    other->wait();
+    delete other;
+    const QStringList buffer = log.snapshot();
+    QCOMPARE(buffer.size(), 800);
+    int nextM = 0, nextT = 0;
+    for (qsizetype i = 0; i < buffer.size(); i += 2) {
+        const QString first = buffer[i];
+        QVERIFY(first.endsWith(QStringLiteral("/1")));
+        QCOMPARE(buffer[i + 1], first.chopped(1) + QLatin1Char('2'));
+        int& next = first.startsWith(QLatin1Char('m')) ? nextM : nextT;
+        QCOMPARE(first.mid(1).chopped(2).toInt(), next++);
+    }
+}
+
+void SessionMonitorTest::logNeverTouchesDisk() {
+    QTemporaryDir home;
+    const QString folder = home.filePath(QStringLiteral(".cache/orvanta_session_tracker"));
+    {
+        DebugLog log(10, folder + QStringLiteral("/debug.log"));
+        log.append(numbered(QStringLiteral("line"), 30));
+        QCOMPARE(log.snapshot().size(), 10);
+    }
+    QVERIFY(!QFileInfo::exists(folder));
+    QCOMPARE(QDir(home.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+             QStringList());
 }
 
 // The application gets its wake signal here, and the tests below run while its wake delay passes.
