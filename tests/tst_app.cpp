@@ -313,9 +313,9 @@ private Q_SLOTS:
         QTest::newRow("flags 20") << flag.repeated(20) << flag.repeated(15) + QChar(0x2026);
         QTest::newRow("cjk 17") << QStringLiteral("会").repeated(17)
                                 << QStringLiteral("会").repeated(15) + QChar(0x2026);
-        // Controls are shown, not acted on: a tab, a line feed, a line separator, a C1 control, DELETE.
-        QTest::newRow("controls") << QStringLiteral("A\tB\nC\u2028D\u009B\u007F~")
-                                  << QStringLiteral("A\u2409B\u240AC\u2424D\uFFFD\u2421~");
+        // Controls are shown, not acted on: both ends of the C0 and C1 ranges, tab, line breaks, DELETE.
+        QTest::newRow("controls") << QStringLiteral("\u001FA\tB\nC\u2028D\u0080\u009F\u007F~\u0085")
+                                  << QStringLiteral("\u241FA\u2409B\u240AC\u2424D\uFFFD\uFFFD\u2421~\u2424");
         QTest::newRow("controls 17") << QStringLiteral("\t").repeated(17)
                                      << QStringLiteral("\u2409").repeated(15) + QChar(0x2026);
     }

@@ -112,6 +112,7 @@ void SessionTest::excludedTitles_data() {
     QTest::newRow("fragment's last letter accented, precomposed")
         << QString::fromUtf8("Cicer\u00f3 Desk") << false;
     QTest::newRow("fragment after an accented letter") << QString::fromUtf8("Re\u0301sume\u0301CTF") << true;
+    QTest::newRow("fragment again, whole") << QString::fromUtf8("Cicero\u0301 or Cicero") << true;
 }
 
 void SessionTest::excludedTitles() {
