@@ -25,4 +25,13 @@ inline platform::SimWindow window(const QString& title, double width = 1920, dou
     return platform::SimWindow::make(title, width, height, subrole, minimized);
 }
 
+// A session with a title, and one without.
+inline SessionInfo named(const QString& title, SessionInfo::Source source = SessionInfo::Source::axNamed) {
+    return {title, source};
+}
+
+inline SessionInfo untitled(SessionInfo::Source source = SessionInfo::Source::cgHidden) {
+    return {std::nullopt, source};
+}
+
 } // namespace orvanta::testing

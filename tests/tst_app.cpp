@@ -33,6 +33,8 @@
 
 using namespace orvanta;
 using Kind = MenuRow::Kind;
+using testing::named;
+using testing::untitled;
 
 namespace {
 
@@ -99,14 +101,6 @@ public:
     QStringList lines;
     QByteArray pending;
 };
-
-SessionInfo named(const QString& title, SessionInfo::Source source = SessionInfo::Source::axNamed) {
-    return {title, source};
-}
-
-SessionInfo untitled(SessionInfo::Source source = SessionInfo::Source::cgHidden) {
-    return {std::nullopt, source};
-}
 
 QStringList actionTexts(const QMenu& menu) {
     QStringList texts;

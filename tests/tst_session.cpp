@@ -17,14 +17,6 @@ namespace {
 
 using Source = SessionInfo::Source;
 
-SessionInfo named(const QString& title, Source source = Source::axNamed) {
-    return {title, source};
-}
-
-SessionInfo untitled(Source source) {
-    return {std::nullopt, source};
-}
-
 QVariantMap cgWindow(const QVariant& owner, const QVariant& width, const QVariant& height,
                      const QVariant& layer = 0) {
     QVariantMap window{

@@ -110,8 +110,7 @@ void SessionMonitorTest::equalPassesAssignStatusOnce() {
     QVERIFY2(count <= (passes.now() - started) / interval + 3, qPrintable(QString::number(count)));
     QCOMPARE(statusSpy.size(), 1);
     QCOMPARE(monitor.status(),
-             DetectorStatus::withSessions({{QStringLiteral("A"), SessionInfo::Source::axNamed},
-                                           {QStringLiteral("B"), SessionInfo::Source::axNamed}}));
+             DetectorStatus::withSessions({named(QStringLiteral("A")), named(QStringLiteral("B"))}));
     QCOMPARE(monitor.lastUpdated(), desktop.now());
     // Every pass ran on the monitor's queue and gave the log one batch that opens with the header.
     for (const QString& thread : ports.trustThreads())
