@@ -48,7 +48,6 @@ public:
     }
 
     std::atomic_int permissionChecks{0};
-    std::atomic_int scriptRuns{0};
     std::atomic_bool holdScript{false};
     QSemaphore scriptEntered;
     QSemaphore scriptReleased;
@@ -79,7 +78,6 @@ public:
     }
 
     platform::AppleScriptOutcome run(const QString& source) override {
-        ++scriptRuns;
         if (holdScript) {
             scriptEntered.release();
             scriptReleased.acquire();
