@@ -120,7 +120,7 @@ QStringList names(const QList<QUrl>& urls) {
 
 } // namespace
 
-class ScriptRunnerTest : public QObject {
+class DiagnosticsTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void catalogMatchesTheShippedScripts();
@@ -144,7 +144,7 @@ private Q_SLOTS:
     void reportsOpenAndGoToTheTrashThroughTheWorkspace();
 };
 
-void ScriptRunnerTest::catalogMatchesTheShippedScripts() {
+void DiagnosticsTest::catalogMatchesTheShippedScripts() {
     // Each script is shipped, can be run, and names its reports as the list of reports expects.
     for (ScriptCatalog script : ScriptCatalog::allCases()) {
         QFile file(QStringLiteral(ORVANTA_SOURCE_DIR "/resources/scripts/") + script.fileName());
@@ -155,7 +155,7 @@ void ScriptRunnerTest::catalogMatchesTheShippedScripts() {
     }
 }
 
-void ScriptRunnerTest::argumentsForEveryScriptAndDuration() {
+void DiagnosticsTest::argumentsForEveryScriptAndDuration() {
     const QList<QStringList> expected{
         {"--duration", "15"},  {"--duration", "30"},  {},
         {"--duration", "120"}, {"--duration", "240"}, {"--duration", "480"},
@@ -170,7 +170,7 @@ void ScriptRunnerTest::argumentsForEveryScriptAndDuration() {
     }
 }
 
-void ScriptRunnerTest::decoderKeepsSplitCharactersAndDropsBadReads() {
+void DiagnosticsTest::decoderKeepsSplitCharactersAndDropsBadReads() {
     OutputDecoder decoder;
     // U+1F600 split over three reads.
     QCOMPARE(decoder.decode("a\xF0\x9F"), QStringLiteral("a"));
@@ -184,7 +184,7 @@ void ScriptRunnerTest::decoderKeepsSplitCharactersAndDropsBadReads() {
     QCOMPARE(decoder.decode("\xEF\xBB\xBFx"), QString(QChar(0xFEFF)) + u'x'); // the mark is kept
 }
 
-void ScriptRunnerTest::runsZshWithSeparateArgumentsInHome() {
+void DiagnosticsTest::runsZshWithSeparateArgumentsInHome() {
     ScriptFolder folder;
     folder.write(ScriptCatalog::networkMonitor,
                  "for a in \"$@\"; do print -r -- \"<$a>\"; done\nprint -r -- \"$0\"\npwd\n");
@@ -203,7 +203,7 @@ void ScriptRunnerTest::runsZshWithSeparateArgumentsInHome() {
              "<two words>\n<$HOME;`id`>\n<>\n" + scriptPath + "\n" + ScriptRunner::homeFolder() + "\n");
 }
 
-void ScriptRunnerTest::splitCharacterKeptAndInvalidChunksDropped() {
+void DiagnosticsTest::splitCharacterKeptAndInvalidChunksDropped() {
     // Each write waits until the runner has taken the previous one, so every write is one read. The last
     // character is never finished.
     const QList<QByteArray> chunks{"a\xE2\x82", "\xAC|", "x\xFFy", "\x82z", "ok\xC3", "\xA9!", "\xE2\x82"};
@@ -235,7 +235,7 @@ void ScriptRunnerTest::splitCharacterKeptAndInvalidChunksDropped() {
     QCOMPARE(runner.logBuffer(), QStringLiteral("next"));
 }
 
-void ScriptRunnerTest::endsCompletedWithItsStatus_data() {
+void DiagnosticsTest::endsCompletedWithItsStatus_data() {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<bool>("cancel");
     QTest::addColumn<int>("exitCode");
@@ -248,7 +248,7 @@ void ScriptRunnerTest::endsCompletedWithItsStatus_data() {
         << "before trapped";
 }
 
-void ScriptRunnerTest::endsCompletedWithItsStatus() {
+void DiagnosticsTest::endsCompletedWithItsStatus() {
     QFETCH(QByteArray, body);
     QFETCH(bool, cancel);
     QFETCH(int, exitCode);
@@ -275,7 +275,7 @@ void ScriptRunnerTest::endsCompletedWithItsStatus() {
     QCOMPARE(runner.state().kind(), Kind::completed);
 }
 
-void ScriptRunnerTest::refusedStartsKeepPreviousOutput() {
+void DiagnosticsTest::refusedStartsKeepPreviousOutput() {
     ScriptFolder folder;
     folder.write(ScriptCatalog::traceRoute, "print -rn first\n");
     ScriptRunner runner(folder.path());
@@ -301,7 +301,7 @@ void ScriptRunnerTest::refusedStartsKeepPreviousOutput() {
     QVERIFY(!runner.hasChild());
 }
 
-void ScriptRunnerTest::startWhileChildLivesIsRefused() {
+void DiagnosticsTest::startWhileChildLivesIsRefused() {
     ScriptFolder folder;
     folder.write(ScriptCatalog::networkMonitor, idleAfter("monitor"));
     folder.write(ScriptCatalog::traceRoute, "print -rn trace\n");
@@ -328,7 +328,7 @@ void ScriptRunnerTest::startWhileChildLivesIsRefused() {
     QCOMPARE(runner.logBuffer(), QStringLiteral("trace"));
 }
 
-void ScriptRunnerTest::launchErrorFollowsRunning() {
+void DiagnosticsTest::launchErrorFollowsRunning() {
     ScriptFolder folder;
     folder.write(ScriptCatalog::connectorReach, "print -rn never\n");
     folder.touch(QStringLiteral("not-a-shell")); // present, but not executable
@@ -356,7 +356,7 @@ void ScriptRunnerTest::launchErrorFollowsRunning() {
     }
 }
 
-void ScriptRunnerTest::childEnvironment_data() {
+void DiagnosticsTest::childEnvironment_data() {
     QTest::addColumn<QByteArrayList>("given"); // NAME=value, or a bare NAME to leave it unset
     QTest::addColumn<QString>("seen");         // PATH|TERM|USER|HOME|LANG
     const QString filled = ScriptRunner::userName() + u'|' + ScriptRunner::homeFolder() + "|C.UTF-8";
@@ -366,7 +366,7 @@ void ScriptRunnerTest::childEnvironment_data() {
         << QByteArrayList{"PATH=/usr/bin:/bin", "HOME=/tmp", "USER="} << "/usr/bin:/bin|dumb||/tmp|C.UTF-8";
 }
 
-void ScriptRunnerTest::childEnvironment() {
+void DiagnosticsTest::childEnvironment() {
     QFETCH(QByteArrayList, given);
     QFETCH(QString, seen);
     QVERIFY(!ScriptRunner::userName().isEmpty());
@@ -390,7 +390,7 @@ void ScriptRunnerTest::childEnvironment() {
         QString());
 }
 
-void ScriptRunnerTest::destructionLeavesNoChild() {
+void DiagnosticsTest::destructionLeavesNoChild() {
     ScriptFolder folder;
     // The script takes its time to write its report after SIGTERM, as a real one may.
     folder.write(ScriptCatalog::networkMonitor,
@@ -412,7 +412,7 @@ void ScriptRunnerTest::destructionLeavesNoChild() {
     QTRY_VERIFY_WITH_TIMEOUT(::kill(pid, 0) == -1 && errno == ESRCH, timeoutMs);
 }
 
-void ScriptRunnerTest::reportsAreRecognisedByName() {
+void DiagnosticsTest::reportsAreRecognisedByName() {
     Desktop desktop;
     // Everything that is not a trace-route report is newer than the one that is.
     const QDateTime newer = base.addDays(1);
@@ -441,7 +441,7 @@ void ScriptRunnerTest::reportsAreRecognisedByName() {
                                   "OrvantaTraceRoute_real.html"}));
 }
 
-void ScriptRunnerTest::reportTiesGoToTheFirstListed() {
+void DiagnosticsTest::reportTiesGoToTheFirstListed() {
     Desktop desktop;
     // More ties than a sort would keep in order by chance (it sorts short ranges by insertion).
     QStringList tied;
@@ -457,7 +457,7 @@ void ScriptRunnerTest::reportTiesGoToTheFirstListed() {
                  QStringList{"OrvantaTraceRoute_old.html"});
 }
 
-void ScriptRunnerTest::newestTwentyReportsOfTwentyFive() {
+void DiagnosticsTest::newestTwentyReportsOfTwentyFive() {
     Desktop desktop;
     // Created in a scrambled order so neither creation nor name order gives the answer away.
     QList<int> ages(25);
@@ -479,7 +479,7 @@ void ScriptRunnerTest::newestTwentyReportsOfTwentyFive() {
     QCOMPARE(entries.last().modificationDate, base.addSecs(-3600 * 19));
 }
 
-void ScriptRunnerTest::unreadableReportDatesComeLast() {
+void DiagnosticsTest::unreadableReportDatesComeLast() {
     Desktop desktop;
     // A link whose target is gone has no modification date to read.
     QVERIFY(QFile::link(desktop.path("missing-target"), desktop.path("OrvantaTraceRoute_broken.html")));
@@ -494,7 +494,7 @@ void ScriptRunnerTest::unreadableReportDatesComeLast() {
              desktop.fileUrl("OrvantaTraceRoute_old.html"));
 }
 
-void ScriptRunnerTest::missingReportFolderListsNothing() {
+void DiagnosticsTest::missingReportFolderListsNothing() {
     QCOMPARE(ReportCatalog::reportsFolder(), QUrl::fromLocalFile(QDir::homePath() + "/Desktop"));
     Desktop desktop;
     const QUrl missing = desktop.fileUrl("no-such-folder");
@@ -503,7 +503,7 @@ void ScriptRunnerTest::missingReportFolderListsNothing() {
     QVERIFY(ReportCatalog::recentReports(missing).isEmpty());
 }
 
-void ScriptRunnerTest::reportsOpenAndGoToTheTrashThroughTheWorkspace() {
+void DiagnosticsTest::reportsOpenAndGoToTheTrashThroughTheWorkspace() {
     Desktop desktop;
     QTemporaryDir dataHome;
     QVERIFY(dataHome.isValid());
@@ -571,5 +571,5 @@ void ScriptRunnerTest::reportsOpenAndGoToTheTrashThroughTheWorkspace() {
 #endif
 }
 
-QTEST_GUILESS_MAIN(ScriptRunnerTest)
-#include "tst_scriptrunner.moc"
+QTEST_GUILESS_MAIN(DiagnosticsTest)
+#include "tst_diagnostics.moc"

@@ -187,7 +187,7 @@ QStringList names(const QList<orvanta::ReportEntry>& entries) {
 
 } // namespace
 
-class MainWindowTest : public QObject {
+class WindowTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
@@ -426,12 +426,12 @@ private Q_SLOTS:
     }
 };
 
-void MainWindowTest::initTestCase() {
+void WindowTest::initTestCase() {
     if (!QFile::exists(ScriptRunner::zshPath))
         QSKIP("/bin/zsh is not installed");
 }
 
-void MainWindowTest::freshWindowThenOneRunFromItsCard() {
+void WindowTest::freshWindowThenOneRunFromItsCard() {
     Fixture f(clientWorld());
     MainWindow& window = f.open();
     // As small as the content allows, never below 600 by 400: the log keeps its 104 points, the cards and
@@ -474,7 +474,7 @@ void MainWindowTest::freshWindowThenOneRunFromItsCard() {
     QVERIFY(trace.lastCompleted && *trace.lastStarted <= *trace.lastCompleted);
 }
 
-void MainWindowTest::overlappingRunsShowTheLatestStartedThenTheOneStillGoing() {
+void WindowTest::overlappingRunsShowTheLatestStartedThenTheOneStillGoing() {
     Fixture f(clientWorld());
     MainWindow& window = f.open();
     QTest::mouseClick(f.runButton(ScriptCatalog::networkMonitor), Qt::LeftButton);
@@ -507,7 +507,7 @@ void MainWindowTest::overlappingRunsShowTheLatestStartedThenTheOneStillGoing() {
     QCOMPARE(f.reachRunner->logBuffer(), QStringLiteral("reach start []\nreach done\n"));
 }
 
-void MainWindowTest::durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns() {
+void WindowTest::durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns() {
     Fixture f(clientWorld());
     MainWindow& window = f.open();
     QComboBox* picker = window.diagnostics()->durationPicker();
@@ -545,7 +545,7 @@ void MainWindowTest::durationPickerPassesItsArgumentsAndLocksWhileTheMonitorRuns
     QVERIFY(reopened.activity(ScriptCatalog::networkMonitor).lastCompleted);
 }
 
-void MainWindowTest::startThatFailsLeavesNoTimeStamp() {
+void WindowTest::startThatFailsLeavesNoTimeStamp() {
     // Trace Route runs through a "shell" that cannot be executed.
     QTemporaryDir bin;
     const QString shell = bin.filePath(QStringLiteral("zsh"));
@@ -565,7 +565,7 @@ void MainWindowTest::startThatFailsLeavesNoTimeStamp() {
     QVERIFY(!f.cancelShown());
 }
 
-void MainWindowTest::openLatestAndTheRowsActOnTheReportsOfEachScript() {
+void WindowTest::openLatestAndTheRowsActOnTheReportsOfEachScript() {
     Fixture f(clientWorld());
     MainWindow& window = f.open();
     const QString older = addReport(f.reports, ScriptCatalog::networkMonitor, today(9));
@@ -605,7 +605,7 @@ void MainWindowTest::openLatestAndTheRowsActOnTheReportsOfEachScript() {
 #endif
 }
 
-void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
+void WindowTest::sortingByClicksSurvivesTheTimedReload() {
     Fixture f(clientWorld());
     QVERIFY(!addReport(f.reports, ScriptCatalog::connectorReach, today(11)).isEmpty());
     QVERIFY(!addReport(f.reports, ScriptCatalog::networkMonitor, today(12)).isEmpty());
@@ -648,7 +648,7 @@ void MainWindowTest::sortingByClicksSurvivesTheTimedReload() {
         QCOMPARE(table->rowHeight(row), rowHeight);
 }
 
-void MainWindowTest::permissionsPanelAndFocusButtonFollowTrustAndTheClient() {
+void WindowTest::permissionsPanelAndFocusButtonFollowTrustAndTheClient() {
     SimWorld world =
         clientWorld({testing::window(QStringLiteral("Desk 1")), testing::window(QStringLiteral("Desk 2"))});
     world.accessibilityTrusted = false;
@@ -688,7 +688,7 @@ void MainWindowTest::permissionsPanelAndFocusButtonFollowTrustAndTheClient() {
     QTRY_VERIFY(window.diagnostics()->y() > panelTop + panel->height());
 }
 
-void MainWindowTest::everyControlIsNamedForAssistiveTechnology() {
+void WindowTest::everyControlIsNamedForAssistiveTechnology() {
     SimWorld world = clientWorld();
     world.accessibilityTrusted = false; // the permissions panel too
     Fixture f(world);
@@ -730,8 +730,8 @@ int main(int argc, char** argv) {
     qputenv("XDG_DATA_HOME", (home.path() + QStringLiteral("/.local/share")).toUtf8());
     QDir().mkpath(home.path() + QStringLiteral("/.local/share"));
     QApplication app(argc, argv);
-    MainWindowTest test;
+    WindowTest test;
     return QTest::qExec(&test, argc, argv);
 }
 
-#include "tst_mainwindow.moc"
+#include "tst_window.moc"
