@@ -271,7 +271,6 @@ void SessionTest::queryErrors_data() {
     const QString failed = QStringLiteral("AS detect: error code=%1 permissionDenied=false");
     QTest::newRow("not permitted") << QVariant(-1743) << denied.arg(-1743) << true;
     QTest::newRow("privilege error") << QVariant(-10004) << denied.arg(-10004) << true;
-    QTest::newRow("wide integer") << QVariant(qint64(-1743)) << denied.arg(-1743) << true;
     QTest::newRow("other code") << QVariant(-600) << failed.arg(-600) << false;
     QTest::newRow("no number") << QVariant() << failed.arg(0) << false;
     QTest::newRow("number as text") << QVariant(QStringLiteral("-1743")) << failed.arg(0) << false;
@@ -311,20 +310,14 @@ void SessionTest::censusRules_data() {
     QTest::newRow("narrow by half a point") << cgWindow(pid, 1399.5, 900.0) << 0;
     QTest::newRow("a point too low") << cgWindow(pid, 1920.0, 799.0) << 0;
     QTest::newRow("layer 3") << cgWindow(pid, 1920.0, 1080.0, 3) << 0;
-    QTest::newRow("wide layer 3") << cgWindow(pid, 1920.0, 1080.0, qint64(3)) << 0;
+    QTest::newRow("layer 2^32") << cgWindow(pid, 1920.0, 1080.0, qint64(1) << 32) << 0;
     QTest::newRow("no layer") << cgWindow(pid, 1920.0, 1080.0, QVariant()) << 1;
     QTest::newRow("layer as text") << cgWindow(pid, 1920.0, 1080.0, QStringLiteral("3")) << 1;
-    QTest::newRow("layer floating point") << cgWindow(pid, 1920.0, 1080.0, 3.0) << 1;
     QTest::newRow("layer Boolean") << cgWindow(pid, 1920.0, 1080.0, true) << 1;
-    QTest::newRow("layer signed char 45")
-        << cgWindow(pid, 1920.0, 1080.0, QVariant::fromValue(qint8(45))) << 0;
     QTest::newRow("layer unsigned char 0")
         << cgWindow(pid, 1920.0, 1080.0, QVariant::fromValue(quint8(0))) << 1;
-    QTest::newRow("layer long -1") << cgWindow(pid, 1920.0, 1080.0, QVariant::fromValue(long(-1))) << 0;
     QTest::newRow("layer 2^63") << cgWindow(pid, 1920.0, 1080.0, QVariant::fromValue(qulonglong(1) << 63))
                                 << 0;
-    QTest::newRow("layer unsigned max")
-        << cgWindow(pid, 1920.0, 1080.0, QVariant::fromValue(std::numeric_limits<qulonglong>::max())) << 0;
     QTest::newRow("other process") << cgWindow(77, 1920.0, 1080.0) << 0;
     QTest::newRow("owner as text") << cgWindow(QString::number(pid), 1920.0, 1080.0) << 0;
     QTest::newRow("owner wider than 32 bits") << cgWindow(qint64(pid), 1920.0, 1080.0) << 0;
@@ -336,9 +329,6 @@ void SessionTest::censusRules_data() {
     QVariantMap boundsAsText = cgWindow(pid, 1920.0, 1080.0);
     boundsAsText.insert(windowList::bounds, QStringLiteral("{1920, 1080}"));
     QTest::newRow("bounds not a dictionary") << boundsAsText << 0;
-    QVariantMap noOwner = cgWindow(pid, 1920.0, 1080.0);
-    noOwner.remove(windowList::ownerPID);
-    QTest::newRow("no owner") << noOwner << 0;
 }
 
 void SessionTest::censusRules() {
