@@ -473,6 +473,10 @@ void WorldFileTest::recordingReplaysThePass() {
     world.now = world.now.value_or(QDateTime(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC));
     SimulatedDesktop desktop(world);
     const QByteArray text = worldFileText(recordWorld(desktop.platform()));
+    // System Events is asked only where a pass would ask it: a recording prompts for nothing new.
+    SimulatedDesktop pass(world);
+    SessionDetector::detect(pass.platform());
+    QCOMPARE(desktop.appleScriptRuns(), pass.appleScriptRuns());
     WorldOrError replayed = parseWorld(text, QStringLiteral("recording.json"));
     if (const QString* error = std::get_if<QString>(&replayed))
         QFAIL(qPrintable(*error + QLatin1Char('\n') + QString::fromUtf8(text)));
