@@ -310,6 +310,8 @@ private Q_SLOTS:
         for (int i = 0; i < 300; ++i)
             many << QStringLiteral("%1 of 300\n").arg(i);
         QTest::newRow("all, far beyond the screen") << many << "Ctrl+A" << many.join(QString());
+        QTest::newRow("\\r\\n ends a line") << QStringList{"one\r\ntwo\n"} << "Ctrl+Home, Shift+End"
+                                            << "one";
         QTest::newRow("\\r\\n split between chunks is one break")
             << QStringList{"one\r", "\ntwo\rthree"} << "Ctrl+Home, Down, Shift+Down"
             << "two\r";
