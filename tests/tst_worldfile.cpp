@@ -381,6 +381,7 @@ void WorldFileTest::detectCommandRejectsABadWorld() {
         QCOMPARE(run.out, QByteArray());
         QVERIFY2(run.err.startsWith(path + error), qPrintable(run.err));
     }
+    QCOMPARE(runApp({QStringLiteral("--json")}).exitCode, 2); // only with --detect
 }
 
 void WorldFileTest::recordingReplaysThePass_data() {
