@@ -235,7 +235,6 @@ void SessionMonitorTest::logBoundKeepsTheNewestLines() {
 
 void SessionMonitorTest::logBatchesStayContiguousAndOrdered() {
     DebugLog log(100000, QString());
-    QStringList expected;
     // Two writers; each batch must land whole, and each writer's batches in its own order.
     auto writer = [&log](const QString& name) {
         for (int i = 0; i < 200; ++i)
