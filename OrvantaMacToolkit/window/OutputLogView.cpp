@@ -85,6 +85,9 @@ class LogTextAccessible : public QAccessibleWidget, public QAccessibleTextInterf
 public:
     explicit LogTextAccessible(LogTextArea* area) : QAccessibleWidget(area, QAccessible::EditableText) {}
 
+    // The widget's own texts (name, description) stay reachable beside the text interface's ranges.
+    using QAccessibleWidget::text;
+
     void* interface_cast(QAccessible::InterfaceType type) override {
         if (type == QAccessible::TextInterface)
             return static_cast<QAccessibleTextInterface*>(this);
