@@ -20,8 +20,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cmath>
 #include <limits>
 
+#include <clocale>
 #include <cstdio>
 #include <ctime>
 
@@ -126,6 +128,24 @@ private:
 
 void WorldFileTest::initTestCase() {
     QVERIFY(m_dir.isValid());
+    // Asked for by ctest: the whole program again in a locale whose numbers differ from JSON's, for this
+    // process (the application sets the user's locale too) and the commands it starts.
+    const QByteArray locale = qgetenv("ORVANTA_TEST_LOCALE");
+    if (locale.isEmpty())
+        return;
+    if (!std::setlocale(LC_ALL, locale.constData())) {
+        // Debian ships the sources of most locales, not the locales: built here for this run.
+        const QString folder = m_dir.filePath(QStringLiteral("locales"));
+        QDir().mkpath(folder);
+        QProcess::execute(QStringLiteral("localedef"),
+                          {QStringLiteral("-i"), QString::fromLatin1(locale.split('.').first()),
+                           QStringLiteral("-f"), QString::fromLatin1(locale.split('.').last()),
+                           folder + u'/' + QString::fromLatin1(locale)});
+        qputenv("LOCPATH", QFile::encodeName(folder));
+    }
+    qputenv("LC_ALL", locale);
+    QVERIFY2(std::setlocale(LC_ALL, locale.constData()), "the locale cannot be had here");
+    QCOMPARE(QByteArray(std::localeconv()->decimal_point), QByteArray(","));
 }
 
 QString WorldFileTest::writeFile(const QString& name, const QByteArray& content) {
@@ -171,6 +191,14 @@ void WorldFileTest::everyKeyAndEdgeValue() {
                            QMetaType::Double};
     for (int i = 0; i < integers.size(); ++i)
         QCOMPARE(integers.at(i).typeId(), kinds.at(i));
+
+    // Floating point in the C conventions whatever the locale (ctest runs this program under a decimal-comma
+    // one too); too small to hold is zero, keeping its sign.
+    const QVariantList floats =
+        parsed(R"({"windowServer": [1400.5, -0.25e1, 1E-400, -1e-400, 5e-324, 1.7976931348623157e308]})")
+            .windowServer.value.toList();
+    QCOMPARE(floats, (QVariantList{1400.5, -2.5, 0.0, 0.0, 5e-324, std::numeric_limits<double>::max()}));
+    QVERIFY(!std::signbit(floats.at(2).toDouble()) && std::signbit(floats.at(3).toDouble()));
 }
 
 void WorldFileTest::timesAreUtcInEveryZone_data() {
@@ -227,6 +255,8 @@ void WorldFileTest::faultsNameTheLine_data() {
     row("32 bits", R"({"ownPid": 2147483648})", R"(1: "ownPid": the integer does not fit in 32 bits)");
     row("64 bits", "{\"windowServer\": [1,\n {\"X\": -9223372036854775809}]}",
         R"(2: "windowServer[1].X": the integer does not fit in 64 bits)");
+    row("floating point too large", "{\"windowServer\": [0.5,\n 1e400]}",
+        R"(2: "windowServer[1]": the number is beyond the floating-point range)");
     row("unsigned 64 bits", R"({"windowServer": [18446744073709551616]})",
         R"(1: "windowServer[0]": the integer does not fit in 64 bits)");
     row("repeated key", "{\"ownPid\": 1,\n\"ownPid\": 2}", R"(2: "ownPid": duplicate key)");

@@ -273,11 +273,13 @@ private:
                 return syntaxError(QStringLiteral("malformed number"));
         }
         if (floating) {
-            double value = 0;
-            const auto [end, error] = std::from_chars(start, m_p, value);
-            if (error == std::errc::result_out_of_range) {
+            // Qt reads the token in the C conventions whatever the user's locale (Apple's C++ library has no
+            // floating-point from_chars); out of range is "not ok".
+            const QByteArrayView token(start, m_p - start);
+            bool ok = false;
+            double value = token.toDouble(&ok);
+            if (!ok) {
                 // Too small to hold is zero; too large is an error rather than a silent infinity.
-                const QByteArrayView token(start, m_p - start);
                 if (!token.contains("e-") && !token.contains("E-"))
                     return fail(line, QStringLiteral("the number is beyond the floating-point range"));
                 value = *start == '-' ? -0.0 : 0.0;
