@@ -45,6 +45,15 @@ cxxfilt=$(find_tool llvm-cxxfilt)
 command -v ninja >/dev/null || die "ninja is needed"
 qt_libdir=$(pkg-config --variable=libdir Qt6Core 2>/dev/null) || die "Qt 6 is needed (tools/dev.sh test installs it)"
 qt_include=$(pkg-config --variable=includedir Qt6Core)
+# Header-only libraries the build finds on the host are seen through a folder of their own, so that the
+# host's /usr/include, which holds them, stays off the include path.
+rapidjson=""
+for folder in /usr/include /usr/local/include /opt/homebrew/include; do
+    [ -f "$folder/rapidjson/reader.h" ] && rapidjson=$folder/rapidjson && break
+done
+[ -n "$rapidjson" ] || die "RapidJSON is needed (tools/dev.sh test installs it)"
+mkdir -p "$work/host-headers"
+ln -sfn "$rapidjson" "$work/host-headers/rapidjson"
 
 # ---- what the release bundle is built for ------------------------------------------------------------
 mkdir -p "$work"
@@ -191,6 +200,7 @@ check_arch() {
         -DORVANTA_CHECK_SDK="$sdk" -DORVANTA_CHECK_ARCH="$arch" -DORVANTA_CHECK_CLANG="$clang" \
         -DORVANTA_CHECK_AR="$ar" -DORVANTA_CHECK_RANLIB="$ranlib" -DCMAKE_OSX_DEPLOYMENT_TARGET="$target" \
         -DCMAKE_BUILD_TYPE=Release -DORVANTA_BUILD_TESTS=ON -DCMAKE_PREFIX_PATH="$qt_libdir/cmake" \
+        -DORVANTA_RAPIDJSON_INCLUDE_DIR="$work/host-headers" \
         >"$logs/configure.log" 2>&1; then
         cat "$logs/configure.log" >&2
         echo "$arch: the macOS configuration does not configure" >&2

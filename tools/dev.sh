@@ -10,11 +10,11 @@ usage() {
     exit 2
 }
 
-# Debian packages the build, the tests and the diagnostic scripts need (the scripts' network tools: dig,
-# ping, traceroute, openssl, curl, lsof and ps; a virtual X server, a tray and xwininfo for the test that
-# puts the application into a real system tray).
-debian_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgl-dev zsh xvfb trayer x11-utils
-    openssl ca-certificates curl dnsutils iputils-ping traceroute lsof procps locales tzdata)
+# Debian packages the build, the tests and the diagnostic scripts need (RapidJSON reads world files; the
+# scripts' network tools: dig, ping, traceroute, openssl, curl, lsof and ps; a virtual X server, a tray and
+# xwininfo for the test that puts the application into a real system tray).
+debian_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgl-dev rapidjson-dev zsh xvfb trayer
+    x11-utils openssl ca-certificates curl dnsutils iputils-ping traceroute lsof procps locales tzdata)
 
 install_dependencies() {
     case "$(uname -s)" in
@@ -33,7 +33,7 @@ install_dependencies() {
         ;;
     Darwin)
         command -v brew >/dev/null || { echo "Homebrew is needed: https://brew.sh" >&2; exit 1; }
-        for formula in qt cmake ninja; do
+        for formula in qt cmake ninja rapidjson; do
             brew list --formula "$formula" >/dev/null 2>&1 || brew install "$formula"
         done
         export CMAKE_PREFIX_PATH="$(brew --prefix qt)${CMAKE_PREFIX_PATH:+:$CMAKE_PREFIX_PATH}"

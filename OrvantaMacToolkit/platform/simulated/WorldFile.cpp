@@ -2,11 +2,15 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSet>
 #include <QStringDecoder>
 #include <QTimeZone>
 
-#include <charconv>
+#include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+
+#include <algorithm>
+#include <bit>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -22,840 +26,533 @@ namespace orvanta::platform {
 
 namespace {
 
-// Deep enough for any world, shallow enough that a file of brackets cannot exhaust the stack.
-constexpr int maximumDepth = 200;
+// Deep enough for any world, shallow enough that a file of brackets is refused early.
+constexpr size_t maximumDepth = 200;
 
-const QStringList worldKeys{
-    QStringLiteral("now"),
-    QStringLiteral("accessibilityTrusted"),
-    QStringLiteral("appleEventsStatus"),
-    QStringLiteral("ownPid"),
-    QStringLiteral("runningApplications"),
-    QStringLiteral("windows"),
-    QStringLiteral("windowsError"),
-    QStringLiteral("appleScript"),
-    QStringLiteral("appleScriptDelayMs"),
-    QStringLiteral("windowServer"),
+// Kinds of value, as a set. An integer that fits in 32 bits is `isInt`; every integer is also `isNumber`.
+// clang-format off
+enum Kind : unsigned { isNull = 1, isBool = 2, isInt = 4, isNumber = 8, isText = 16, isList = 32, isObject = 64 };
+// clang-format on
+constexpr unsigned isAny = 127;
+
+unsigned kindOf(const QVariant& value) {
+    static const QHash<int, unsigned> kinds{
+        {QMetaType::UnknownType, isNull},   {QMetaType::Bool, isBool},
+        {QMetaType::Int, isInt | isNumber}, {QMetaType::QString, isText},
+        {QMetaType::QVariantList, isList},  {QMetaType::QVariantMap, isObject}};
+    return kinds.value(value.typeId(), isNumber);
+}
+
+QString kindName(const QVariant& value) {
+    static const char* const names[] = {"null",   "a Boolean", "a number", "a number",
+                                        "a text", "a list",    "an object"};
+    return QString::fromLatin1(names[std::countr_zero(kindOf(value))]);
+}
+
+// Where a value stands in a world. The world, its lists of applications and windows, each application and
+// window, a window's errors and the System Events answer are read member by member; any other value is read
+// whole, as it is written, then checked against what its place takes and put into the world.
+// clang-format off
+enum class Slot {
+    world, now, trusted, appleEventsStatus, ownPid, applications, windows, windowsError, appleScript, delay,
+    windowServer, application, bundleIdentifier, applicationPid, name, windowList, window, title, subrole, size,
+    minimized, owner, errors, errorCode, windowsErrorCode, result, errorNumber, errorInfo, noScriptObject, any
 };
-const QStringList windowKeys{QStringLiteral("title"), QStringLiteral("subrole"),
-                             QStringLiteral("size"),  QStringLiteral("minimized"),
-                             QStringLiteral("pid"),   QStringLiteral("errors")};
-const QStringList attributeKeys{QStringLiteral("title"), QStringLiteral("subrole"), QStringLiteral("size"),
-                                QStringLiteral("minimized")};
-const QStringList applicationKeys{QStringLiteral("bundleIdentifier"), QStringLiteral("pid"),
-                                  QStringLiteral("name")};
+// clang-format on
 
-QString attributeName(const QString& key) {
-    return QStringLiteral("AX") + key.at(0).toUpper() + key.mid(1);
+bool memberwise(Slot slot) {
+    return slot == Slot::world || slot == Slot::applications || slot == Slot::application ||
+           slot == Slot::windows || slot == Slot::windowList || slot == Slot::window ||
+           slot == Slot::errors || slot == Slot::windowsError || slot == Slot::appleScript;
+}
+bool attributeSlot(Slot slot) {
+    return slot >= Slot::title && slot <= Slot::minimized;
 }
 
-bool isNumber(const QVariant& value) {
-    switch (value.typeId()) {
-    case QMetaType::Int:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Double:
-        return true;
+// "title" is read as "AXTitle".
+QString axName(const std::string& key) {
+    return QStringLiteral("AX") + QChar::fromLatin1(key[0]).toUpper() + QLatin1String(key.c_str() + 1);
+}
+
+const QString appleScriptForms =
+    QStringLiteral("expected one of {\"result\": text or null}, {\"errorNumber\": "
+                   "integer}, {\"error\": {...}}, {\"noScriptObject\": true}");
+
+// A number written with a fraction or an exponent, in the C conventions whatever the user's locale; none
+// when too large to hold. Too small to hold is zero, keeping its sign.
+std::optional<double> floatingPoint(QByteArrayView token) {
+    bool ok = false;
+    const double value = token.toDouble(&ok);
+    if (ok)
+        return value;
+    if (!token.contains("e-") && !token.contains("E-"))
+        return std::nullopt;
+    return token.front() == '-' ? -0.0 : 0.0;
+}
+
+// A value JSON has no form for, written as an object with one key beginning with "$"; or what is wrong.
+std::variant<QVariant, QString> tagged(const QString& tag, const QVariant& inner) {
+    const bool signedInteger = inner.typeId() == QMetaType::Int || inner.typeId() == QMetaType::LongLong;
+    const bool text = inner.typeId() == QMetaType::QString;
+    const QString string = inner.toString();
+    if (tag == QLatin1String("$int64") && signedInteger)
+        return QVariant(inner.toLongLong());
+    if (tag == QLatin1String("$uint64") &&
+        (inner.typeId() == QMetaType::ULongLong || inner.toLongLong() >= 0) &&
+        (signedInteger || inner.typeId() == QMetaType::ULongLong))
+        return QVariant(inner.toULongLong());
+    if (tag == QLatin1String("$double") && (kindOf(inner) & isNumber))
+        return QVariant(inner.toDouble());
+    if (tag == QLatin1String("$double") && text &&
+        (string == QLatin1String("NaN") || string == QLatin1String("Infinity") ||
+         string == QLatin1String("-Infinity")))
+        return QVariant(string == QLatin1String("NaN") ? std::numeric_limits<double>::quiet_NaN()
+                                                       : (string.startsWith(u'-') ? -1 : 1) * qInf());
+    QDateTime time = QDateTime::fromString(string, Qt::ISODateWithMs);
+    if (tag == QLatin1String("$date") && text && time.isValid()) {
+        if (time.timeSpec() == Qt::LocalTime) // no zone written: the time is UTC
+            time.setTimeZone(QTimeZone::utc());
+        return QVariant(time);
+    }
+    const auto data =
+        QByteArray::fromBase64Encoding(string.toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
+    if (tag == QLatin1String("$data") && text && data)
+        return QVariant(*data);
+    // A text with unpaired surrogates, which UTF-8 cannot carry, as its UTF-16 code units.
+    const QVariantList units = inner.toList();
+    if (tag == QLatin1String("$utf16") && inner.typeId() == QMetaType::QVariantList &&
+        std::all_of(units.cbegin(), units.cend(), [](const QVariant& unit) {
+            return unit.typeId() == QMetaType::Int && unit.toInt() >= 0 && unit.toInt() <= 0xFFFF;
+        })) {
+        QString text;
+        for (const QVariant& unit : units)
+            text += QChar(char16_t(unit.toInt()));
+        return QVariant(text);
+    }
+    const auto takes = [&](const char* what) {
+        return QStringLiteral("\"%1\" takes %2").arg(tag, QLatin1String(what));
+    };
+    if (tag == QLatin1String("$int64") || tag == QLatin1String("$uint64"))
+        return takes(tag == QLatin1String("$int64") ? "a signed 64-bit integer"
+                                                    : "an unsigned 64-bit integer");
+    if (tag == QLatin1String("$double"))
+        return takes("a number, \"NaN\", \"Infinity\" or \"-Infinity\"");
+    if (tag == QLatin1String("$date") || tag == QLatin1String("$data"))
+        return takes(tag == QLatin1String("$date") ? "an ISO 8601 time" : "Base64 text");
+    if (tag == QLatin1String("$utf16"))
+        return takes("a list of UTF-16 code units");
+    return QStringLiteral("unknown tag \"%1\"; expected $int64, $uint64, $double, $date, $data or $utf16")
+        .arg(tag);
+}
+
+// A window attribute as the scan would read it, or what is wrong: null is a read without a value,
+// [width, height] a size, and any other number, list or object a value of a type the scan does not read,
+// {"$other": its type's name}.
+std::variant<AXValue, QString> attribute(const QVariant& value) {
+    const QVariantList items = value.typeId() == QMetaType::QVariantList ? value.toList() : QVariantList();
+    const QVariantMap map = value.typeId() == QMetaType::QVariantMap ? value.toMap() : QVariantMap();
+    const QVariant other = map.value(QStringLiteral("$other"));
+    switch (kindOf(value)) {
+    case isNull:
+        return AXValue();
+    case isBool:
+        return AXValue(value.toBool());
+    case isText:
+        return AXValue(value.toString());
+    case isList:
+        if (items.size() == 2 && (kindOf(items.at(0)) & isNumber) && (kindOf(items.at(1)) & isNumber))
+            return AXValue(AXSize{items.at(0).toDouble(), items.at(1).toDouble()});
+        return AXValue(AXOtherValue{QStringLiteral("array")});
+    case isObject:
+        if (!map.contains(QStringLiteral("$other")))
+            return AXValue(AXOtherValue{QStringLiteral("dictionary")});
+        if (map.size() != 1)
+            return QStringLiteral("\"$other\" stands alone");
+        if (other.typeId() != QMetaType::QString)
+            return QStringLiteral("expected a text, found ") + kindName(other);
+        return AXValue(AXOtherValue{other.toString()});
     default:
-        return false;
+        return AXValue(AXOtherValue{QStringLiteral("number")});
     }
 }
 
-// Reads the JSON text front to back and builds the world on the way. Nothing is kept per value but the
-// value itself, so time and memory grow with the file's size only; the line and the kind of each number
-// (integer or floating point, which the window server tells apart) are known where the value is read.
-class WorldParser {
-public:
-    WorldParser(const QByteArray& text, QString fileName)
-        : m_p(text.constData()), m_end(m_p + text.size()), m_fileName(std::move(fileName)) {
-        if (m_end - m_p >= 3 && std::memcmp(m_p, "\xEF\xBB\xBF", 3) == 0)
-            m_p += 3;
-    }
-
-    WorldOrError read() {
-        SimWorld world;
-        if (!readWorld(world))
-            return m_error;
-        return world;
-    }
-
-private:
-    struct Segment {
-        QString key;
-        qsizetype index = -1; // an element of a list when not negative
+// Builds the world from the JSON library's events as they come. Nothing is kept per value but the value, so
+// time and memory grow with the file's size only.
+struct WorldReader {
+    struct Frame {
+        Slot slot;
+        bool list;
+        const char* start;
+        qsizetype index = -1; // of the element being read
+        std::string key;      // of the member being read
+        Slot member = Slot::any;
+        quint64 seen = 0; // members read, by their slot
+        Pid pid = 0;      // the key, read as a process identifier
+        QVariantMap map;  // a container read as written
+        QVariantList items;
     };
 
-    // ---- errors ------------------------------------------------------------------------------------
+    WorldReader(const QByteArray& json, QString name)
+        : begin(json.constData()), end(begin + json.size()), fileName(std::move(name)) {}
+    WorldOrError read();
 
-    QString pathText() const {
-        QString path;
-        for (const Segment& segment : m_path) {
-            if (segment.index >= 0)
-                path += QLatin1Char('[') + QString::number(segment.index) + QLatin1Char(']');
-            else
-                path += (path.isEmpty() ? QString() : QStringLiteral(".")) + segment.key;
-        }
-        return path;
+    // The JSON library's events, each once it has read the whole token.
+    bool Null() { return deliver(next(), QVariant(), at()); }
+    bool Bool(bool value) { return deliver(next(), value, at()); }
+    // Integers: 32-bit when they fit, else signed 64-bit, else unsigned 64-bit.
+    bool Int(int value) { return deliver(next(), value, at()); }
+    bool Uint(unsigned value) { return Int64(value); }
+    bool Int64(int64_t value) {
+        const bool small =
+            value >= std::numeric_limits<int>::min() && value <= std::numeric_limits<int>::max();
+        return deliver(next(), small ? QVariant(int(value)) : QVariant(qint64(value)), at());
     }
-
-    bool failAt(int line, const QString& path, const QString& what) {
-        m_error = QStringLiteral("%1:%2: %3%4")
-                      .arg(m_fileName)
-                      .arg(line)
-                      .arg(path.isEmpty() ? QString() : QStringLiteral("\"%1\": ").arg(path), what);
-        return false;
+    bool Uint64(uint64_t value) {
+        return value <= quint64(std::numeric_limits<qint64>::max()) ? Int64(int64_t(value))
+                                                                    : deliver(next(), quint64(value), at());
     }
-    bool fail(int line, const QString& what) { return failAt(line, pathText(), what); }
-    bool syntaxError(const QString& what) {
-        return failAt(m_line, {}, QStringLiteral("not valid JSON: ") + what);
+    bool Double(double);
+    bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; } // only when asked for
+    bool String(const char* utf8, rapidjson::SizeType length, bool) {
+        return deliver(next(), text(utf8, length), at());
     }
+    bool StartObject() { return open(false); }
+    bool StartArray() { return open(true); }
+    bool Key(const char* utf8, rapidjson::SizeType length, bool);
+    bool EndObject(rapidjson::SizeType) { return close(); }
+    bool EndArray(rapidjson::SizeType) { return close(); }
 
-    // What the next value is, for "expected ..., found ..." messages; empty when no value starts here.
-    QString foundName() {
-        switch (peek()) {
-        case '{':
-            return QStringLiteral("an object");
-        case '[':
-            return QStringLiteral("a list");
-        case '"':
-            return QStringLiteral("a text");
-        case 't':
-        case 'f':
-            return QStringLiteral("a Boolean");
-        case 'n':
-            return QStringLiteral("null");
-        default:
-            return isNumberStart() ? QStringLiteral("a number") : QString();
-        }
-    }
+    // Checked by the library. A leading U+FEFF is part of a title, not a byte-order mark.
+    QString text(const char* utf8, qsizetype length) { return decoder(QByteArrayView(utf8, length)); }
+    QString text(const std::string& utf8) { return text(utf8.data(), qsizetype(utf8.size())); }
+    const char* at() const { return begin + stream->Tell(); }
+    Frame& top() { return frames[depth - 1]; }
+    SimWindow& window() { return windows->last(); }
 
-    bool expected(const QString& what) {
-        const QString found = foundName();
-        if (found.isEmpty())
-            return syntaxError(QStringLiteral("expected a value"));
-        return fail(m_line, QStringLiteral("expected %1, found %2").arg(what, found));
-    }
+    bool fail(const char* at, const QString& what, size_t pathFrames = maximumDepth + 1);
+    bool expected(Slot slot, const char* at, const QString& found);
+    Slot next();
+    bool open(bool list);
+    bool close();
+    bool deliver(Slot slot, QVariant value, const char* at);
 
-    // ---- tokens ------------------------------------------------------------------------------------
-
-    void skipSpace() {
-        while (m_p < m_end && (*m_p == ' ' || *m_p == '\t' || *m_p == '\r' || *m_p == '\n')) {
-            if (*m_p == '\n')
-                ++m_line;
-            ++m_p;
-        }
-    }
-
-    char peek() {
-        skipSpace();
-        return m_p < m_end ? *m_p : '\0';
-    }
-
-    bool isNumberStart() { return peek() == '-' || (peek() >= '0' && peek() <= '9'); }
-
-    bool literal(const char* word) {
-        const size_t length = std::strlen(word);
-        if (size_t(m_end - m_p) < length || std::memcmp(m_p, word, length) != 0)
-            return syntaxError(QStringLiteral("expected a value"));
-        m_p += length;
-        return true;
-    }
-
-    bool decode(const char* begin, const char* end, QString& out) {
-        out += m_decoder(QByteArrayView(begin, end - begin));
-        if (m_decoder.hasError())
-            return syntaxError(QStringLiteral("a text is not valid UTF-8"));
-        return true;
-    }
-
-    static int hexDigit(char c) {
-        if (c >= '0' && c <= '9')
-            return c - '0';
-        if (c >= 'a' && c <= 'f')
-            return c - 'a' + 10;
-        if (c >= 'A' && c <= 'F')
-            return c - 'A' + 10;
-        return -1;
-    }
-
-    // At an opening quote.
-    bool string(QString& out) {
-        out.clear();
-        ++m_p;
-        const char* run = m_p;
-        while (true) {
-            while (m_p < m_end && *m_p != '"' && *m_p != '\\' && static_cast<unsigned char>(*m_p) >= 0x20)
-                ++m_p;
-            if (m_p >= m_end)
-                return syntaxError(QStringLiteral("a text is not closed"));
-            if (*m_p == '"') {
-                const bool ok = decode(run, m_p, out);
-                ++m_p;
-                return ok;
-            }
-            if (*m_p != '\\')
-                return syntaxError(QStringLiteral("a control character in a text must be escaped"));
-            if (!decode(run, m_p, out))
-                return false;
-            if (m_end - m_p < 2)
-                return syntaxError(QStringLiteral("a text is not closed"));
-            const char escape = m_p[1];
-            m_p += 2;
-            switch (escape) {
-            case '"':
-            case '\\':
-            case '/':
-                out += QLatin1Char(escape);
-                break;
-            case 'b':
-                out += QLatin1Char('\b');
-                break;
-            case 'f':
-                out += QLatin1Char('\f');
-                break;
-            case 'n':
-                out += QLatin1Char('\n');
-                break;
-            case 'r':
-                out += QLatin1Char('\r');
-                break;
-            case 't':
-                out += QLatin1Char('\t');
-                break;
-            case 'u': {
-                int code = 0;
-                for (int i = 0; i < 4; ++i) {
-                    const int digit = m_p + i < m_end ? hexDigit(m_p[i]) : -1;
-                    if (digit < 0)
-                        return syntaxError(QStringLiteral("\\u needs four hexadecimal digits"));
-                    code = code * 16 + digit;
-                }
-                m_p += 4;
-                out += QChar(char16_t(code));
-                break;
-            }
-            default:
-                return syntaxError(QStringLiteral("unknown escape \\%1").arg(QLatin1Char(escape)));
-            }
-            run = m_p;
-        }
-    }
-
-    // A number with its kind: 32-bit, 64-bit or unsigned 64-bit integer when written without a fraction or
-    // an exponent, floating point otherwise.
-    bool number(QVariant& out) {
-        const int line = m_line;
-        const char* start = m_p;
-        const auto digits = [&] {
-            const char* first = m_p;
-            while (m_p < m_end && *m_p >= '0' && *m_p <= '9')
-                ++m_p;
-            return m_p > first;
-        };
-        if (m_p < m_end && *m_p == '-')
-            ++m_p;
-        const char* integerStart = m_p;
-        if (!digits() || (*integerStart == '0' && m_p - integerStart > 1))
-            return syntaxError(QStringLiteral("malformed number"));
-        bool floating = false;
-        if (m_p < m_end && *m_p == '.') {
-            ++m_p;
-            floating = true;
-            if (!digits())
-                return syntaxError(QStringLiteral("malformed number"));
-        }
-        if (m_p < m_end && (*m_p == 'e' || *m_p == 'E')) {
-            ++m_p;
-            floating = true;
-            if (m_p < m_end && (*m_p == '+' || *m_p == '-'))
-                ++m_p;
-            if (!digits())
-                return syntaxError(QStringLiteral("malformed number"));
-        }
-        if (floating) {
-            // Qt reads the token in the C conventions whatever the user's locale (Apple's C++ library has no
-            // floating-point from_chars); out of range is "not ok".
-            const QByteArrayView token(start, m_p - start);
-            bool ok = false;
-            double value = token.toDouble(&ok);
-            if (!ok) {
-                // Too small to hold is zero; too large is an error rather than a silent infinity.
-                if (!token.contains("e-") && !token.contains("E-"))
-                    return fail(line, QStringLiteral("the number is beyond the floating-point range"));
-                value = *start == '-' ? -0.0 : 0.0;
-            }
-            out = value;
-            return true;
-        }
-        qint64 value = 0;
-        if (std::from_chars(start, m_p, value).ec == std::errc()) {
-            if (value >= std::numeric_limits<int>::min() && value <= std::numeric_limits<int>::max())
-                out = int(value);
-            else
-                out = value;
-            return true;
-        }
-        quint64 unsignedValue = 0;
-        if (*start != '-' && std::from_chars(start, m_p, unsignedValue).ec == std::errc()) {
-            out = unsignedValue;
-            return true;
-        }
-        return fail(line, QStringLiteral("the integer does not fit in 64 bits"));
-    }
-
-    // ---- structure ---------------------------------------------------------------------------------
-
-    // At '{': calls member(key, line of the key) for each member, which reads the value.
-    template <typename Member> bool object(Member member) {
-        ++m_p;
-        m_path.push_back({});
-        if (peek() == '}') {
-            ++m_p;
-            m_path.pop_back();
-            return true;
-        }
-        QString key;
-        while (true) {
-            if (peek() != '"')
-                return syntaxError(QStringLiteral("expected a key in quotes"));
-            const int line = m_line;
-            if (!string(key))
-                return false;
-            if (peek() != ':')
-                return syntaxError(QStringLiteral("expected ':' after a key"));
-            ++m_p;
-            m_path.back().key = key;
-            if (!member(key, line))
-                return false;
-            const char next = peek();
-            if (next != ',' && next != '}')
-                return syntaxError(QStringLiteral("expected ',' or '}'"));
-            ++m_p;
-            if (next == '}')
-                break;
-        }
-        m_path.pop_back();
-        return true;
-    }
-
-    // At '[': calls element() for each element, which reads it.
-    template <typename Element> bool array(Element element) {
-        ++m_p;
-        m_path.push_back({QString(), 0});
-        if (peek() == ']') {
-            ++m_p;
-            m_path.pop_back();
-            return true;
-        }
-        while (true) {
-            if (!element())
-                return false;
-            const char next = peek();
-            if (next != ',' && next != ']')
-                return syntaxError(QStringLiteral("expected ',' or ']'"));
-            ++m_p;
-            if (next == ']')
-                break;
-            ++m_path.back().index;
-        }
-        m_path.pop_back();
-        return true;
-    }
-
-    bool deeper(int depth) {
-        return depth < maximumDepth ||
-               fail(m_line, QStringLiteral("nested more than %1 levels deep").arg(maximumDepth));
-    }
-
-    // A value written as an object with one key beginning with "$": a kind of value JSON has no form for.
-    bool tagged(const QString& tag, const QVariant& inner, int line, QVariant& out) {
-        const auto integral = [&] {
-            return inner.typeId() == QMetaType::Int || inner.typeId() == QMetaType::LongLong ||
-                   inner.typeId() == QMetaType::ULongLong;
-        };
-        if (tag == QLatin1String("$int64")) {
-            if (!integral() || inner.typeId() == QMetaType::ULongLong)
-                return fail(line, QStringLiteral("\"$int64\" takes a signed 64-bit integer"));
-            out = inner.toLongLong();
-        } else if (tag == QLatin1String("$uint64")) {
-            if (!integral() || (inner.typeId() != QMetaType::ULongLong && inner.toLongLong() < 0))
-                return fail(line, QStringLiteral("\"$uint64\" takes an unsigned 64-bit integer"));
-            out = inner.toULongLong();
-        } else if (tag == QLatin1String("$double")) {
-            static const QMap<QString, double> special{
-                {QStringLiteral("NaN"), std::numeric_limits<double>::quiet_NaN()},
-                {QStringLiteral("Infinity"), std::numeric_limits<double>::infinity()},
-                {QStringLiteral("-Infinity"), -std::numeric_limits<double>::infinity()}};
-            if (isNumber(inner))
-                out = inner.toDouble();
-            else if (inner.typeId() == QMetaType::QString && special.contains(inner.toString()))
-                out = special.value(inner.toString());
-            else
-                return fail(line, QStringLiteral("\"$double\" takes a number, \"NaN\", \"Infinity\" or "
-                                                 "\"-Infinity\""));
-        } else if (tag == QLatin1String("$date")) {
-            QDateTime time = QDateTime::fromString(inner.toString(), Qt::ISODateWithMs);
-            if (inner.typeId() != QMetaType::QString || !time.isValid())
-                return fail(line, QStringLiteral("\"$date\" takes an ISO 8601 time"));
-            if (time.timeSpec() == Qt::LocalTime) // as for "now": no zone written means UTC
-                time.setTimeZone(QTimeZone::utc());
-            out = time;
-        } else if (tag == QLatin1String("$data")) {
-            const auto data = QByteArray::fromBase64Encoding(inner.toString().toLatin1(),
-                                                             QByteArray::AbortOnBase64DecodingErrors);
-            if (inner.typeId() != QMetaType::QString || !data)
-                return fail(line, QStringLiteral("\"$data\" takes Base64 text"));
-            out = *data;
-        } else {
-            return fail(line, QStringLiteral("unknown tag \"%1\"; expected $int64, $uint64, $double, $date "
-                                             "or $data")
-                                  .arg(tag));
-        }
-        return true;
-    }
-
-    // Any JSON value as the platform would hand it over: numbers keep their kind, null is no value.
-    bool anyValue(QVariant& out, int depth) {
-        switch (peek()) {
-        case '{': {
-            if (!deeper(depth))
-                return false;
-            const int line = m_line;
-            QVariantMap map;
-            const bool ok = object([&](const QString& key, int keyLine) {
-                if (map.contains(key))
-                    return fail(keyLine, QStringLiteral("duplicate key"));
-                QVariant value;
-                if (!anyValue(value, depth + 1))
-                    return false;
-                map.insert(key, value);
-                return true;
-            });
-            if (!ok)
-                return false;
-            if (map.size() == 1 && map.firstKey().startsWith(QLatin1Char('$')))
-                return tagged(map.firstKey(), map.first(), line, out);
-            out = std::move(map);
-            return true;
-        }
-        case '[': {
-            if (!deeper(depth))
-                return false;
-            QVariantList list;
-            if (!array([&] {
-                    QVariant value;
-                    if (!anyValue(value, depth + 1))
-                        return false;
-                    list.append(std::move(value));
-                    return true;
-                }))
-                return false;
-            out = std::move(list);
-            return true;
-        }
-        case '"': {
-            QString text;
-            if (!string(text))
-                return false;
-            out = std::move(text);
-            return true;
-        }
-        case 't':
-            out = true;
-            return literal("true");
-        case 'f':
-            out = false;
-            return literal("false");
-        case 'n':
-            out = QVariant();
-            return literal("null");
-        default:
-            if (isNumberStart())
-                return number(out);
-            return syntaxError(QStringLiteral("expected a value"));
-        }
-    }
-
-    bool readInt(int& out) {
-        if (!isNumberStart())
-            return expected(QStringLiteral("an integer"));
-        const int line = m_line;
-        QVariant value;
-        if (!number(value))
-            return false;
-        if (value.typeId() == QMetaType::Double)
-            return fail(line, QStringLiteral("expected an integer, found a floating-point number"));
-        if (value.typeId() != QMetaType::Int)
-            return fail(line, QStringLiteral("the integer does not fit in 32 bits"));
-        out = value.toInt();
-        return true;
-    }
-
-    bool readBool(bool& out) {
-        if (peek() == 't') {
-            out = true;
-            return literal("true");
-        }
-        if (peek() == 'f') {
-            out = false;
-            return literal("false");
-        }
-        return expected(QStringLiteral("true or false"));
-    }
-
-    bool readText(QString& out) {
-        if (peek() != '"')
-            return expected(QStringLiteral("a text"));
-        return string(out);
-    }
-
-    bool readPidKey(const QString& key, int line, Pid& out) {
-        bool ok = false;
-        out = key.toInt(&ok);
-        if (!ok)
-            return fail(line, QStringLiteral("the key \"%1\" is not a process identifier").arg(key));
-        return true;
-    }
-
-    bool unknownKey(int line, const QStringList& keys) {
-        return fail(line,
-                    QStringLiteral("unknown key; expected one of: %1").arg(keys.join(QStringLiteral(", "))));
-    }
-
-    // Each key once per object.
-    bool firstTime(QSet<QString>& seen, const QString& key, int line) {
-        if (seen.contains(key))
-            return fail(line, QStringLiteral("duplicate key"));
-        seen.insert(key);
-        return true;
-    }
-
-    // An Accessibility attribute as written: null is a read without a value, [width, height] a size, and
-    // {"$other": description} or any other type a value of a type the scan does not read.
-    bool axValue(AXValue& out) {
-        switch (peek()) {
-        case 'n':
-            out = std::monostate{};
-            return literal("null");
-        case 't':
-        case 'f': {
-            bool value = false;
-            if (!readBool(value))
-                return false;
-            out = value;
-            return true;
-        }
-        case '"': {
-            QString text;
-            if (!string(text))
-                return false;
-            out = std::move(text);
-            return true;
-        }
-        case '[': {
-            QVariant list;
-            if (!anyValue(list, 1))
-                return false;
-            const QVariantList values = list.toList();
-            if (values.size() == 2 && isNumber(values.at(0)) && isNumber(values.at(1)))
-                out = AXSize{values.at(0).toDouble(), values.at(1).toDouble()};
-            else
-                out = AXOtherValue{QStringLiteral("array")};
-            return true;
-        }
-        case '{': {
-            const int line = m_line;
-            QString description;
-            QSet<QString> seen;
-            bool other = false;
-            if (!object([&](const QString& key, int keyLine) {
-                    if (!firstTime(seen, key, keyLine))
-                        return false;
-                    if (key == QLatin1String("$other")) {
-                        other = true;
-                        return readText(description);
-                    }
-                    QVariant ignored;
-                    return anyValue(ignored, 1);
-                }))
-                return false;
-            if (other && seen.size() != 1)
-                return fail(line, QStringLiteral("\"$other\" stands alone"));
-            out = AXOtherValue{other ? description : QStringLiteral("dictionary")};
-            return true;
-        }
-        default: {
-            QVariant number;
-            if (!isNumberStart())
-                return syntaxError(QStringLiteral("expected a value"));
-            if (!this->number(number))
-                return false;
-            out = AXOtherValue{QStringLiteral("number")};
-            return true;
-        }
-        }
-    }
-
-    bool readWindow(SimWindow& window) {
-        if (peek() != '{')
-            return expected(QStringLiteral("a window object"));
-        const int line = m_line;
-        QSet<QString> seen;
-        if (!object([&](const QString& key, int keyLine) {
-                if (!firstTime(seen, key, keyLine))
-                    return false;
-                if (key == QLatin1String("title") || key == QLatin1String("subrole") ||
-                    key == QLatin1String("size") || key == QLatin1String("minimized")) {
-                    AXValue value;
-                    if (!axValue(value))
-                        return false;
-                    (key == QLatin1String("title")     ? window.title
-                     : key == QLatin1String("subrole") ? window.subrole
-                     : key == QLatin1String("size")    ? window.size
-                                                       : window.minimized) = std::move(value);
-                    return true;
-                }
-                if (key == QLatin1String("pid")) {
-                    if (peek() == 'n') {
-                        window.ownerUnknown = true;
-                        return literal("null");
-                    }
-                    int owner = 0;
-                    if (!readInt(owner))
-                        return false;
-                    window.pid = owner;
-                    return true;
-                }
-                if (key == QLatin1String("errors")) {
-                    if (peek() != '{')
-                        return expected(QStringLiteral("an object from attribute to error code"));
-                    QSet<QString> attributes;
-                    return object([&](const QString& attribute, int attributeLine) {
-                        if (!attributeKeys.contains(attribute))
-                            return unknownKey(attributeLine, attributeKeys);
-                        if (!firstTime(attributes, attribute, attributeLine))
-                            return false;
-                        const int codeLine = m_line;
-                        int code = 0;
-                        if (!readInt(code))
-                            return false;
-                        if (code == 0)
-                            return fail(codeLine, QStringLiteral("an error code is not 0"));
-                        window.readErrors.insert(attributeName(attribute), code);
-                        return true;
-                    });
-                }
-                return unknownKey(keyLine, windowKeys);
-            }))
-            return false;
-        for (const QString& attribute : attributeKeys)
-            if (seen.contains(attribute) && window.readErrors.contains(attributeName(attribute)))
-                return fail(line, QStringLiteral("\"%1\" has both a value and an error").arg(attribute));
-        return true;
-    }
-
-    bool readApplication(RunningApplication& app) {
-        if (peek() != '{')
-            return expected(QStringLiteral("an application object"));
-        const int line = m_line;
-        QSet<QString> seen;
-        if (!object([&](const QString& key, int keyLine) {
-                if (!firstTime(seen, key, keyLine))
-                    return false;
-                if (key == QLatin1String("pid"))
-                    return readInt(app.pid);
-                if (key == QLatin1String("bundleIdentifier"))
-                    return readText(app.bundleIdentifier);
-                if (key == QLatin1String("name"))
-                    return readText(app.name);
-                return unknownKey(keyLine, applicationKeys);
-            }))
-            return false;
-        if (!seen.contains(QStringLiteral("pid")))
-            return fail(line, QStringLiteral("an application needs a \"pid\""));
-        return true;
-    }
-
-    bool readAppleScript(AppleScriptOutcome& outcome) {
-        const QString forms = QStringLiteral(
-            "one of {\"result\": text or null}, {\"errorNumber\": integer}, {\"error\": {...}}, "
-            "{\"noScriptObject\": true}");
-        const QString path = pathText();
-        const int line = m_line;
-        if (peek() != '{')
-            return failAt(line, path, QStringLiteral("expected %1").arg(forms));
-        int members = 0;
-        if (!object([&](const QString& key, int keyLine) {
-                if (++members > 1)
-                    return failAt(line, path, QStringLiteral("expected %1").arg(forms));
-                if (key == QLatin1String("result")) {
-                    if (peek() == 'n') {
-                        outcome = AppleScriptResult{std::nullopt};
-                        return literal("null");
-                    }
-                    QString text;
-                    if (!readText(text))
-                        return false;
-                    outcome = AppleScriptResult{text};
-                    return true;
-                }
-                if (key == QLatin1String("errorNumber")) {
-                    int number = 0;
-                    if (!readInt(number))
-                        return false;
-                    outcome = AppleScriptError{{{appleScriptErrorNumberKey, number}}};
-                    return true;
-                }
-                if (key == QLatin1String("error")) {
-                    if (peek() != '{')
-                        return expected(QStringLiteral("an error dictionary"));
-                    QVariant info;
-                    if (!anyValue(info, 1))
-                        return false;
-                    if (info.typeId() != QMetaType::QVariantMap)
-                        return fail(keyLine,
-                                    QStringLiteral("expected an error dictionary, found a tagged value"));
-                    outcome = AppleScriptError{info.toMap()};
-                    return true;
-                }
-                if (key == QLatin1String("noScriptObject")) {
-                    if (peek() != 't')
-                        return expected(QStringLiteral("true"));
-                    outcome = std::monostate{};
-                    return literal("true");
-                }
-                return fail(keyLine, QStringLiteral("unknown key; expected %1").arg(forms));
-            }))
-            return false;
-        if (members != 1)
-            return failAt(line, path, QStringLiteral("expected %1").arg(forms));
-        return true;
-    }
-
-    bool readMember(const QString& key, int keyLine, SimWorld& world) {
-        if (key == QLatin1String("now")) {
-            const int line = m_line;
-            QString text;
-            if (!readText(text))
-                return false;
-            QDateTime time = QDateTime::fromString(text, Qt::ISODateWithMs);
-            if (!time.isValid())
-                return fail(line, QStringLiteral("not an ISO 8601 time: \"%1\"").arg(text));
-            if (time.timeSpec() == Qt::LocalTime) // no zone written: the time is UTC
-                time.setTimeZone(QTimeZone::utc());
-            world.now = time.toUTC();
-            return true;
-        }
-        if (key == QLatin1String("accessibilityTrusted"))
-            return readBool(world.accessibilityTrusted);
-        if (key == QLatin1String("appleEventsStatus"))
-            return readInt(world.appleEventsStatus);
-        if (key == QLatin1String("appleScriptDelayMs")) {
-            const int line = m_line;
-            if (!readInt(world.appleScriptDelayMs))
-                return false;
-            return world.appleScriptDelayMs >= 0 || fail(line, QStringLiteral("a delay cannot be negative"));
-        }
-        if (key == QLatin1String("ownPid")) {
-            int pid = 0;
-            if (!readInt(pid))
-                return false;
-            world.ownPid = pid;
-            return true;
-        }
-        if (key == QLatin1String("runningApplications")) {
-            if (peek() != '[')
-                return expected(QStringLiteral("a list of applications"));
-            return array([&] {
-                RunningApplication app;
-                if (!readApplication(app))
-                    return false;
-                world.runningApplications.append(app);
-                return true;
-            });
-        }
-        if (key == QLatin1String("windows")) {
-            if (peek() != '{')
-                return expected(QStringLiteral("an object from pid to windows"));
-            return object([&](const QString& pidKey, int pidLine) {
-                Pid pid = 0;
-                if (!readPidKey(pidKey, pidLine, pid))
-                    return false;
-                if (world.windows.contains(pid))
-                    return fail(pidLine, QStringLiteral("duplicate process identifier"));
-                if (peek() != '[')
-                    return expected(QStringLiteral("a list of windows"));
-                QList<SimWindow>& windows = world.windows[pid];
-                return array([&] {
-                    SimWindow window;
-                    if (!readWindow(window))
-                        return false;
-                    windows.append(std::move(window));
-                    return true;
-                });
-            });
-        }
-        if (key == QLatin1String("windowsError")) {
-            if (peek() != '{')
-                return expected(QStringLiteral("an object from pid to error code"));
-            return object([&](const QString& pidKey, int pidLine) {
-                Pid pid = 0;
-                int code = 0;
-                if (!readPidKey(pidKey, pidLine, pid) || !readInt(code))
-                    return false;
-                if (world.windowsError.contains(pid))
-                    return fail(pidLine, QStringLiteral("duplicate process identifier"));
-                world.windowsError.insert(pid, code);
-                return true;
-            });
-        }
-        if (key == QLatin1String("appleScript")) {
-            AppleScriptOutcome outcome;
-            if (!readAppleScript(outcome))
-                return false;
-            world.appleScript = outcome;
-            return true;
-        }
-        if (key == QLatin1String("windowServer")) {
-            if (peek() == 'n') {
-                world.windowServer = {SimWindowList::Kind::none, {}};
-                return literal("null");
-            }
-            QVariant value;
-            if (!anyValue(value, 1))
-                return false;
-            world.windowServer = {SimWindowList::Kind::given, std::move(value)};
-            return true;
-        }
-        return unknownKey(keyLine, worldKeys);
-    }
-
-    bool readWorld(SimWorld& world) {
-        if (peek() != '{') {
-            if (foundName().isEmpty())
-                return syntaxError(m_p >= m_end ? QStringLiteral("the file is empty")
-                                                : QStringLiteral("expected a value"));
-            return fail(m_line, QStringLiteral("the world must be a JSON object"));
-        }
-        QSet<QString> seen;
-        if (!object([&](const QString& key, int keyLine) {
-                return firstTime(seen, key, keyLine) && readMember(key, keyLine, world);
-            }))
-            return false;
-        skipSpace();
-        if (m_p < m_end)
-            return syntaxError(QStringLiteral("text after the world object"));
-        return true;
-    }
-
-    const char* m_p;
-    const char* m_end;
-    int m_line = 1;
-    QString m_fileName;
-    QString m_error;
-    std::vector<Segment> m_path;
-    QStringDecoder m_decoder{QStringDecoder::Utf8, QStringDecoder::Flag::Stateless};
+    const char* begin;
+    const char* end;
+    QString fileName;
+    QString error;
+    const rapidjson::MemoryStream* stream = nullptr;
+    std::vector<Frame> frames; // kept for reuse beyond the depth being read
+    size_t depth = 0;
+    SimWorld world;
+    QList<SimWindow>* windows = nullptr; // of the process being read
+    QStringDecoder decoder{QStringDecoder::Utf8,
+                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom};
 };
+
+// What each place takes and how a value there goes into the world; what is wrong comes back.
+using Setter = QString (*)(WorldReader&, const QVariant&);
+struct Place {
+    Slot parent;
+    const char* key;
+    unsigned takes;
+    const char* expects; // for "expected ..., found ..."
+    Setter set;
+};
+// A window attribute, by the key it is read under.
+QString setAttribute(WorldReader& r, const QVariant& value) {
+    const std::variant<AXValue, QString> read = attribute(value);
+    if (const QString* wrong = std::get_if<QString>(&read))
+        return *wrong;
+    SimWindow& window = r.window();
+    const std::string& key = r.top().key;
+    (key == "title"     ? window.title
+     : key == "subrole" ? window.subrole
+     : key == "size"    ? window.size
+                        : window.minimized) = std::get<AXValue>(read);
+    return {};
+}
+// clang-format off
+#define SET(...) [](WorldReader& r, const QVariant& v) { __VA_ARGS__; return QString(); }
+const Place places[] = {
+    {Slot::any, nullptr, isObject, nullptr, nullptr},
+    {Slot::world, "now", isText, "a text", [](WorldReader& r, const QVariant& v) {
+         QDateTime time = QDateTime::fromString(v.toString(), Qt::ISODateWithMs);
+         if (time.timeSpec() == Qt::LocalTime) // no zone written: the time is UTC
+             time.setTimeZone(QTimeZone::utc());
+         r.world.now = time.toUTC();
+         return time.isValid() ? QString() : QStringLiteral("not an ISO 8601 time: \"%1\"").arg(v.toString()); }},
+    {Slot::world, "accessibilityTrusted", isBool, "true or false", SET(r.world.accessibilityTrusted = v.toBool())},
+    {Slot::world, "appleEventsStatus", isInt, "an integer", SET(r.world.appleEventsStatus = v.toInt())},
+    {Slot::world, "ownPid", isInt, "an integer", SET(r.world.ownPid = v.toInt())},
+    {Slot::world, "runningApplications", isList, "a list of applications", nullptr},
+    {Slot::world, "windows", isObject, "an object from pid to windows", nullptr},
+    {Slot::world, "windowsError", isObject, "an object from pid to error code", nullptr},
+    {Slot::world, "appleScript", isObject, nullptr, nullptr},
+    {Slot::world, "appleScriptDelayMs", isInt, "an integer", [](WorldReader& r, const QVariant& v) {
+         r.world.appleScriptDelayMs = v.toInt();
+         return v.toInt() < 0 ? QStringLiteral("a delay cannot be negative") : QString(); }},
+    {Slot::world, "windowServer", isAny, nullptr, SET(r.world.windowServer = {
+         v.isNull() ? SimWindowList::Kind::none : SimWindowList::Kind::given, v})},
+    {Slot::applications, nullptr, isObject, "an application object", nullptr},
+    {Slot::application, "bundleIdentifier", isText, "a text",
+     SET(r.world.runningApplications.last().bundleIdentifier = v.toString())},
+    {Slot::application, "pid", isInt, "an integer", SET(r.world.runningApplications.last().pid = v.toInt())},
+    {Slot::application, "name", isText, "a text", SET(r.world.runningApplications.last().name = v.toString())},
+    {Slot::windows, nullptr, isList, "a list of windows", nullptr},
+    {Slot::windowList, nullptr, isObject, "a window object", nullptr},
+    {Slot::window, "title", isAny, nullptr, setAttribute},
+    {Slot::window, "subrole", isAny, nullptr, setAttribute},
+    {Slot::window, "size", isAny, nullptr, setAttribute},
+    {Slot::window, "minimized", isAny, nullptr, setAttribute},
+    {Slot::window, "pid", isInt | isNull, "an integer", SET(
+         r.window().ownerUnknown = v.isNull();
+         r.window().pid = v.isNull() ? std::nullopt : std::optional<Pid>(v.toInt()))},
+    {Slot::window, "errors", isObject, "an object from attribute to error code", nullptr},
+    {Slot::errors, nullptr, isInt, "an integer", [](WorldReader& r, const QVariant& v) {
+         r.window().readErrors.insert(axName(r.top().key), v.toInt());
+         return v.toInt() ? QString() : QStringLiteral("an error code is not 0"); }},
+    {Slot::windowsError, nullptr, isInt, "an integer", SET(r.world.windowsError.insert(r.top().pid, v.toInt()))},
+    {Slot::appleScript, "result", isText | isNull, "a text", SET(r.world.appleScript = AppleScriptResult{
+         v.isNull() ? std::nullopt : std::optional(v.toString())})},
+    {Slot::appleScript, "errorNumber", isInt, "an integer",
+     SET(r.world.appleScript = AppleScriptError{{{appleScriptErrorNumberKey, v.toInt()}}})},
+    {Slot::appleScript, "error", isObject, "an error dictionary", SET(r.world.appleScript = AppleScriptError{v.toMap()})},
+    {Slot::appleScript, "noScriptObject", isBool, "true", [](WorldReader& r, const QVariant& v) {
+         r.world.appleScript = std::monostate{};
+         return v.toBool() ? QString() : QStringLiteral("expected true, found a Boolean"); }},
+    {Slot::any, nullptr, isAny, nullptr, nullptr},
+};
+// clang-format on
+#undef SET
+
+const Place& place(Slot slot) {
+    return places[int(slot)];
+}
+// A place for a text, where a text UTF-8 cannot carry may come as {"$utf16": [...]}.
+bool textOnly(Slot slot) {
+    return (place(slot).takes & isText) && place(slot).takes != isAny;
+}
+
+WorldOrError WorldReader::read() {
+    // A byte-order mark may open the file; elsewhere U+FEFF is text.
+    if (QByteArrayView(begin, end - begin).startsWith("\xEF\xBB\xBF"))
+        begin += 3;
+    rapidjson::MemoryStream text(begin, size_t(end - begin));
+    stream = &text;
+    // The library takes a NUL for the end of the text.
+    if (const void* nul = std::memchr(begin, 0, size_t(end - begin)))
+        return fail(static_cast<const char*>(nul), QStringLiteral("not valid JSON: a NUL character"), 0),
+               error;
+    // Recursive, which is fast: the reader stops at its depth limit long before the stack would.
+    rapidjson::Reader reader;
+    const rapidjson::ParseResult result = reader.Parse<rapidjson::kParseValidateEncodingFlag>(text, *this);
+    if (result.Code() == rapidjson::kParseErrorNumberTooBig) {
+        // Refused before it is handed over: read as any other number beyond its range.
+        for (text.src_ = begin + result.Offset();
+             text.src_ < end && std::strchr("+-.0123456789eE", *text.src_);)
+            ++text.src_;
+        // The library refuses an exponent beyond floating point even where the number is in range (0e999).
+        if (Double(0))
+            fail(text.src_,
+                 QStringLiteral("not valid JSON: an exponent beyond 308 (write the number without it)"));
+    } else if (result.IsError() && result.Code() != rapidjson::kParseErrorTermination) {
+        const QString what = result.Code() == rapidjson::kParseErrorStringInvalidEncoding
+                                 ? QStringLiteral("a text is not valid UTF-8")
+                             : result.Code() == rapidjson::kParseErrorDocumentEmpty
+                                 ? QStringLiteral("the file is empty")
+                                 : QString::fromLatin1(rapidjson::GetParseError_En(result.Code()));
+        fail(begin + result.Offset(), QStringLiteral("not valid JSON: ") + what, 0);
+    }
+    if (result.IsError())
+        return error;
+    return std::move(world);
+}
+
+bool WorldReader::fail(const char* at, const QString& what, size_t pathFrames) {
+    QString path;
+    for (size_t i = 0; i < std::min(pathFrames, depth); ++i) {
+        if (frames[i].list)
+            path += QLatin1Char('[') + QString::number(frames[i].index) + QLatin1Char(']');
+        else
+            path += (path.isEmpty() ? QString() : QStringLiteral(".")) + text(frames[i].key);
+    }
+    error = QStringLiteral("%1:%2: %3%4")
+                .arg(fileName)
+                .arg(1 + std::count(begin, at, '\n'))
+                .arg(path.isEmpty() ? QString() : QStringLiteral("\"%1\": ").arg(path), what);
+    return false;
+}
+
+bool WorldReader::expected(Slot slot, const char* at, const QString& found) {
+    if (slot == Slot::world)
+        return fail(at, QStringLiteral("the world must be a JSON object"));
+    if (slot == Slot::appleScript)
+        return fail(at, appleScriptForms);
+    return fail(at, QStringLiteral("expected %1, found %2").arg(QLatin1String(place(slot).expects), found));
+}
+
+// The place of the value that starts now; a list moves on to its next element.
+Slot WorldReader::next() {
+    if (!depth)
+        return Slot::world;
+    Frame& frame = top();
+    frame.index += frame.list;
+    static const QHash<Slot, Slot> elements{{Slot::applications, Slot::application},
+                                            {Slot::windows, Slot::windowList},
+                                            {Slot::windowList, Slot::window},
+                                            {Slot::errors, Slot::errorCode},
+                                            {Slot::windowsError, Slot::windowsErrorCode}};
+    if (!memberwise(frame.slot))
+        return Slot::any;
+    return elements.value(frame.slot, frame.member);
+}
+
+bool WorldReader::Key(const char* utf8, rapidjson::SizeType length, bool) {
+    Frame& frame = top();
+    frame.key.assign(utf8, length);
+    const char* here = at();
+    if (!memberwise(frame.slot)) {
+        const QString key = text(frame.key);
+        // An object where a text is expected holds a text UTF-8 cannot carry, and nothing else.
+        if (textOnly(frame.slot) && key != QLatin1String("$utf16"))
+            return fail(frame.start, QStringLiteral("expected a text, found an object"), depth - 1);
+        return !frame.map.contains(key) || fail(here, QStringLiteral("duplicate key"));
+    }
+    if (frame.slot == Slot::windows || frame.slot == Slot::windowsError) {
+        bool ok = false;
+        frame.pid = text(frame.key).toInt(&ok);
+        if (!ok)
+            return fail(here,
+                        QStringLiteral("the key \"%1\" is not a process identifier").arg(text(frame.key)));
+        const bool known = frame.slot == Slot::windows ? world.windows.contains(frame.pid)
+                                                       : world.windowsError.contains(frame.pid);
+        return !known || fail(here, QStringLiteral("duplicate process identifier"));
+    }
+    // A window's errors are named after its attributes.
+    const auto member = [&](int i) {
+        return frame.slot == Slot::errors ? attributeSlot(Slot(i)) : places[i].parent == frame.slot;
+    };
+    QStringList keys;
+    for (int i = 0; i < int(Slot::any); ++i) {
+        if (!member(i))
+            continue;
+        keys << QLatin1String(places[i].key);
+        if (frame.key != places[i].key)
+            continue;
+        if (frame.seen & (quint64(1) << i))
+            return fail(here, QStringLiteral("duplicate key"));
+        if (frame.slot == Slot::appleScript && frame.seen)
+            return fail(frame.start, appleScriptForms, depth - 1);
+        frame.seen |= quint64(1) << i;
+        frame.member = Slot(i);
+        return true;
+    }
+    if (frame.slot == Slot::appleScript)
+        return fail(here, QStringLiteral("unknown key; ") + appleScriptForms);
+    return fail(here, QStringLiteral("unknown key; expected one of: ") + keys.join(QStringLiteral(", ")));
+}
+
+// Floating point, or an integer beyond 64 bits, which the library reads as floating point. Read again from
+// its text, which ends where the library stands.
+bool WorldReader::Double(double) {
+    const Slot slot = next();
+    const char* last = at();
+    const char* token = last;
+    bool floating = false;
+    while (token > begin && std::strchr("+-.0123456789eE", token[-1]))
+        floating |= std::strchr(".eE", *--token) != nullptr;
+    const std::optional<double> value = floating ? floatingPoint(QByteArrayView(token, last)) : std::nullopt;
+    if (value)
+        return deliver(slot, *value, last);
+    // Beyond its range: an error where numbers are read.
+    if (!(place(slot).takes & isInt) && place(slot).takes != isAny)
+        return expected(slot, last, QStringLiteral("a number"));
+    return fail(last, floating ? QStringLiteral("the number is beyond the floating-point range")
+                               : QStringLiteral("the integer does not fit in 64 bits"));
+}
+
+bool WorldReader::open(bool list) {
+    const Slot slot = next();
+    const char* here = at();
+    if (depth >= maximumDepth)
+        return fail(here, QStringLiteral("nested more than %1 levels deep").arg(maximumDepth));
+    const unsigned takes = place(slot).takes;
+    if (slot != Slot::any && !(list ? takes & isList : (takes & isObject) || textOnly(slot)))
+        return expected(slot, here, list ? QStringLiteral("a list") : QStringLiteral("an object"));
+    if (slot == Slot::windowList)
+        windows = &world.windows[top().pid];
+    else if (slot == Slot::window)
+        windows->append(SimWindow());
+    else if (slot == Slot::application)
+        world.runningApplications.append(RunningApplication());
+    if (depth == frames.size())
+        frames.emplace_back();
+    Frame& frame = frames[depth++];
+    frame.slot = slot;
+    frame.list = list;
+    frame.start = here;
+    frame.index = -1;
+    frame.seen = 0;
+    return true;
+}
+
+bool WorldReader::close() {
+    Frame& frame = top();
+    const Slot slot = frame.slot;
+    if (memberwise(slot)) {
+        const auto has = [&](Slot member) { return frame.seen & (quint64(1) << int(member)); };
+        if (slot == Slot::application && !has(Slot::applicationPid))
+            return fail(frame.start, QStringLiteral("an application needs a \"pid\""), depth - 1);
+        if (slot == Slot::appleScript && !frame.seen)
+            return fail(frame.start, appleScriptForms, depth - 1);
+        for (Slot attribute : {Slot::title, Slot::subrole, Slot::size, Slot::minimized})
+            if (slot == Slot::window && has(attribute) &&
+                window().readErrors.contains(axName(place(attribute).key)))
+                return fail(frame.start,
+                            QStringLiteral("\"%1\" has both a value and an error").arg(place(attribute).key),
+                            depth - 1);
+        --depth;
+        return true;
+    }
+    --depth;
+    // A tag stands for a kind of value, except in an attribute, where only a text is written so. The frame
+    // hands its container over rather than clearing it, which would copy a shared one.
+    const QString tag = frame.map.size() == 1 ? frame.map.firstKey() : QString();
+    if (!tag.startsWith(QLatin1Char('$')) || (attributeSlot(slot) && tag != QLatin1String("$utf16")))
+        return deliver(slot,
+                       frame.list ? QVariant(std::exchange(frame.items, {}))
+                                  : QVariant(std::exchange(frame.map, {})),
+                       frame.start);
+    const std::variant<QVariant, QString> value = tagged(tag, std::exchange(frame.map, {}).first());
+    if (const QString* wrong = std::get_if<QString>(&value))
+        return fail(frame.start, *wrong);
+    if (slot == Slot::errorInfo)
+        return fail(frame.start, QStringLiteral("expected an error dictionary, found a tagged value"));
+    return deliver(slot, std::get<QVariant>(value), frame.start);
+}
+
+// A whole value at its place: kept as written in the value being read around it, or checked and put into the
+// world.
+bool WorldReader::deliver(Slot slot, QVariant value, const char* at) {
+    if (depth && !memberwise(top().slot)) {
+        Frame& frame = top();
+        if (frame.list)
+            frame.items.append(std::move(value));
+        else
+            frame.map.insert(text(frame.key), std::move(value));
+        return true;
+    }
+    const Place& where = place(slot);
+    const unsigned kind = kindOf(value);
+    if (where.takes != isAny && (where.takes & isInt) && kind == isNumber)
+        return fail(at, value.typeId() == QMetaType::Double
+                            ? QStringLiteral("expected an integer, found a floating-point number")
+                            : QStringLiteral("the integer does not fit in 32 bits"));
+    if (!(where.takes & kind))
+        return expected(slot, at, kindName(value));
+    const QString wrong = where.set(*this, value);
+    return wrong.isEmpty() || fail(at, wrong);
+}
 
 QString cannotRead(const QString& path, const QString& why) {
     return QStringLiteral("%1: cannot read the world file: %2").arg(path, why);
@@ -864,7 +561,7 @@ QString cannotRead(const QString& path, const QString& why) {
 } // namespace
 
 WorldOrError parseWorld(const QByteArray& json, const QString& fileName) {
-    return WorldParser(json, fileName).read();
+    return WorldReader(json, fileName).read();
 }
 
 std::variant<QByteArray, QString> readWorldFile(const QString& path) {
