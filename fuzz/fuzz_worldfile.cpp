@@ -1,18 +1,33 @@
 // The world-file loader on arbitrary bytes: it either gives a world or says where the file is wrong, and a
-// world it gives can be run through a whole detection pass, recorded, and replayed with the same pass.
+// world it gives can be run through a whole detection pass, recorded, and replayed to what the user saw.
 
 #include "FuzzSupport.h"
 
-#include "DebugLog.h"
+#include "app/CommandLine.h"
+#include "app/MenuBarContent.h"
+#include "app/MenuBarLabel.h"
 #include "platform/simulated/SimulatedDesktop.h"
 #include "platform/simulated/WorldFile.h"
 #include "platform/simulated/WorldWriter.h"
-#include "session/SessionDetector.h"
-
-#include <QSet>
 
 using namespace orvanta;
 using namespace orvanta::platform;
+
+namespace {
+
+// The pass's log lines but the first, which holds the time; the outcome with the sessions; the label; the
+// menu's session rows.
+QStringList whatTheUserSees(SimulatedDesktop& desktop, bool trusted) {
+    const app::DetectionReport report = app::runDetection(desktop.platform());
+    const StatusItemLabel label = MenuBarLabel::content(trusted, report.status);
+    QStringList seen = report.transcript.mid(1) + app::statusLines(report.status);
+    seen << label.text + label.symbol;
+    for (const MenuRow& row : MenuBarContent::sessionSection(report.status))
+        seen << row.text;
+    return seen;
+}
+
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QByteArray json(reinterpret_cast<const char*>(data), qsizetype(size));
@@ -25,31 +40,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     SimWorld world = std::get<SimWorld>(std::move(loaded));
-    // The loader makes no world that the rest of the system cannot take.
-    world.now = world.now.value_or(QDateTime(QDate(2025, 1, 1), QTime(0, 0), Qt::UTC));
     world.appleScriptDelayMs = 0; // a late System Events only makes the pass wait
     SimulatedDesktop desktop(world);
-    DebugCollector collector;
-    const DetectorStatus status = SessionDetector::detect(desktop.platform(), &collector);
-    FUZZ_CHECK(!collector.lines.isEmpty());
-    FUZZ_CHECK(status.kind() == DetectorStatus::Kind::sessions || status.sessions().isEmpty());
+    const QStringList seen = whatTheUserSees(desktop, world.accessibilityTrusted);
+    FUZZ_CHECK(seen.size() >= 3);
 
-    // A recording of the world reads back and replays the same pass, unless a client's window list holds a
-    // window of another process, which a recording deliberately keeps only as its owner.
+    // A support recording of the world reads back and replays to what the user saw.
     const QByteArray recording = worldFileText(recordWorld(desktop.platform()));
     FUZZ_TRACE("recording", QString::fromUtf8(recording));
     WorldOrError replayed = parseWorld(recording, fileName);
+    if (const QString* error = std::get_if<QString>(&replayed))
+        FUZZ_TRACE("replay error", *error);
     FUZZ_CHECK(std::holds_alternative<SimWorld>(replayed));
-    QSet<Pid> clients{desktop.processId()};
-    for (const RunningApplication& app : desktop.runningApplications(windowsAppBundleID))
-        clients.insert(app.pid);
-    for (const Pid client : std::as_const(clients))
-        for (const SimWindow& window : world.windows.value(client))
-            if (window.pid && !clients.contains(*window.pid))
-                return 0;
-    SimulatedDesktop replay(std::get<SimWorld>(std::move(replayed)));
-    DebugCollector replayLines;
-    FUZZ_CHECK(SessionDetector::detect(replay.platform(), &replayLines) == status);
-    FUZZ_CHECK(replayLines.lines == collector.lines);
+    const SimWorld replayWorld = std::get<SimWorld>(std::move(replayed));
+    SimulatedDesktop replay(replayWorld);
+    const QStringList replaySeen = whatTheUserSees(replay, replayWorld.accessibilityTrusted);
+    FUZZ_TRACE("seen", seen.join(QLatin1Char('\n')));
+    FUZZ_TRACE("replay seen", replaySeen.join(QLatin1Char('\n')));
+    FUZZ_CHECK(replaySeen == seen);
     return 0;
 }

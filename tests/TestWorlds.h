@@ -2,8 +2,15 @@
 
 // Worlds shared by the tests: the client running as pid 812, this process as pid 4242.
 
+#include "app/CommandLine.h"
+#include "app/MenuBarContent.h"
+#include "app/MenuBarLabel.h"
 #include "platform/simulated/SimulatedDesktop.h"
+#include "platform/simulated/WorldFile.h"
+#include "platform/simulated/WorldWriter.h"
 #include "session/SessionInfo.h"
+
+#include <QTest>
 
 namespace orvanta::testing {
 
@@ -32,6 +39,29 @@ inline SessionInfo named(const QString& title, SessionInfo::Source source = Sess
 
 inline SessionInfo untitled(SessionInfo::Source source = SessionInfo::Source::cgHidden) {
     return {std::nullopt, source};
+}
+
+// What a user sees of one pass over the world: its log lines but the first, which holds the time, the outcome
+// with the sessions, the menu-bar label and the menu's session rows.
+inline QStringList whatTheUserSees(const platform::SimWorld& world) {
+    platform::SimulatedDesktop desktop(world);
+    const app::DetectionReport report = app::runDetection(desktop.platform());
+    const platform::StatusItemLabel label = MenuBarLabel::content(world.accessibilityTrusted, report.status);
+    QStringList lines = report.transcript.mid(1) + app::statusLines(report.status);
+    lines << label.text + label.symbol;
+    for (const MenuRow& row : MenuBarContent::sessionSection(report.status))
+        lines << row.text;
+    return lines;
+}
+
+// A support recording of the world, replayed, shows the user's pass again.
+inline void checkRecordingReplays(const platform::SimWorld& world) {
+    platform::SimulatedDesktop desktop(world);
+    const QByteArray text = platform::worldFileText(platform::recordWorld(desktop.platform()));
+    const platform::WorldOrError replayed = platform::parseWorld(text, QStringLiteral("recording.json"));
+    if (const QString* error = std::get_if<QString>(&replayed))
+        QFAIL(qPrintable(*error + QLatin1Char('\n') + QString::fromUtf8(text)));
+    QCOMPARE(whatTheUserSees(std::get<platform::SimWorld>(replayed)), whatTheUserSees(world));
 }
 
 } // namespace orvanta::testing

@@ -144,6 +144,7 @@ void SessionTest::sizes() {
              QStringLiteral("  AX win title=\"Desk %1 50%\" subrole=AXStandardWindow size=") + logged +
                  QStringLiteral(" min=false"));
     QCOMPARE(result.namedTitles.size(), accepted ? 1 : 0);
+    checkRecordingReplays(desktop.world());
 }
 
 void SessionTest::duplicatesAreKeptOnce() {
@@ -188,6 +189,7 @@ void SessionTest::unreadableAttributes() {
                           QStringLiteral("  AX win title=\"\" subrole= size=0x0 min=false"),
                           QStringLiteral("  AX win title=\"\" subrole= size=0x0 min=false"),
                           QStringLiteral("  AX win title=\"\" subrole=AXUnknown size=0x0 min=false")}));
+    checkRecordingReplays(desktop.world());
 }
 
 void SessionTest::failedWindowList_data() {
@@ -206,6 +208,7 @@ void SessionTest::failedWindowList() {
     QCOMPARE(collector.lines, QStringList{QStringLiteral("AX windows query failed (result=%1)").arg(error)});
     QVERIFY(result.namedTitles.isEmpty());
     QCOMPARE(result.unnamedCount, 0);
+    checkRecordingReplays(world);
 }
 
 void SessionTest::ownWindowIsSkippedWithItsLine() {
@@ -221,6 +224,7 @@ void SessionTest::ownWindowIsSkippedWithItsLine() {
     QCOMPARE(collector.lines.at(1),
              QStringLiteral("OWN-PID exclusion fired (winPid=4242). Should be unreachable."));
     QCOMPARE(collector.lines.size(), 5);
+    checkRecordingReplays(desktop.world());
 }
 
 void SessionTest::query_data() {
@@ -261,6 +265,7 @@ void SessionTest::query() {
     QCOMPARE(result.titles, titles);
     QVERIFY(!result.permissionDenied);
     QCOMPARE(collector.lines, lines);
+    checkRecordingReplays(world);
 }
 
 void SessionTest::queryErrors_data() {
@@ -300,6 +305,7 @@ void SessionTest::queryErrors() {
     QVERIFY(result.titles.isEmpty());
     QCOMPARE(result.permissionDenied, denied);
     QCOMPARE(collector.lines, QStringList{line});
+    checkRecordingReplays(world);
 }
 
 void SessionTest::censusRules_data() {
@@ -341,6 +347,7 @@ void SessionTest::censusRules() {
     QCOMPARE(SessionDetector::countLargeHiddenWindows(desktop.platform(), &collector), count + 1);
     QCOMPARE(collector.lines,
              QStringList{QStringLiteral("CG tiebreaker: %1 large hidden window(s)").arg(count + 1)});
+    checkRecordingReplays(desktop.world());
 }
 
 void SessionTest::censusWithoutListOrClient_data() {
@@ -363,6 +370,7 @@ void SessionTest::censusWithoutListOrClient() {
     DebugCollector collector;
     QCOMPARE(SessionDetector::countLargeHiddenWindows(desktop.platform(), &collector), 0);
     QVERIFY(collector.lines.isEmpty());
+    checkRecordingReplays(world);
 }
 
 void SessionTest::passes_data() {
@@ -473,6 +481,7 @@ void SessionTest::passes() {
     else
         QCOMPARE(collector.lines.mid(collector.lines.size() - lines.size()), lines);
     QCOMPARE(desktop.appleScriptRuns() > 0, queried);
+    checkRecordingReplays(world);
 }
 
 void SessionTest::mergeOrderAndRepeats() {

@@ -46,16 +46,14 @@ std::optional<qint64> integerValue(const QVariant& value) {
     }
 }
 
-SimWindow recordWindow(Accessibility& ax, const AXElement& element, Pid listPid, const QSet<Pid>& clientPids,
-                       Pid ownPid) {
+// A window of the client's list, whoever owns it: the pass reads every window there.
+SimWindow recordWindow(Accessibility& ax, const AXElement& element, Pid listPid) {
     SimWindow window;
     const std::optional<Pid> owner = ax.elementPid(element);
     if (!owner)
         window.ownerUnknown = true;
     else if (*owner != listPid)
         window.pid = *owner;
-    if (owner && *owner != ownPid && !clientPids.contains(*owner))
-        return window;
     for (const QString& attribute : scannedAttributes) {
         AXAttributeResult read = ax.copyAttributeValue(element, attribute);
         if (read.error != axError::success) {
@@ -100,7 +98,22 @@ public:
 
     void raw(const char* text) { m_out += text; }
 
+    // A text UTF-8 cannot carry (it holds an unpaired surrogate) is written as its UTF-16 code units.
     void text(const QString& value) {
+        if (!value.isValidUtf16()) {
+            raw(R"({"$utf16": [)");
+            for (qsizetype i = 0; i < value.size(); ++i) {
+                raw(i ? ", " : "");
+                m_out += QByteArray::number(value.at(i).unicode());
+            }
+            raw("]}");
+            return;
+        }
+        key(value);
+    }
+
+    // A key has no tagged form: an unpaired surrogate in one becomes U+FFFD.
+    void key(const QString& value) {
         m_out += '"';
         qsizetype run = 0;
         const auto flush = [&](qsizetype end) { m_out += QStringView(value).mid(run, end - run).toUtf8(); };
@@ -114,6 +127,12 @@ public:
             }
             if (c >= 0x20 && c != '"' && c != '\\' && !QChar::isSurrogate(c))
                 continue;
+            if (QChar::isSurrogate(c)) {
+                flush(i);
+                run = i + 1;
+                m_out += "\xEF\xBF\xBD";
+                continue;
+            }
             flush(i);
             run = i + 1;
             switch (c) {
@@ -132,7 +151,7 @@ public:
             case '\t':
                 m_out += "\\t";
                 break;
-            default: // other control characters and unpaired surrogates, which UTF-8 cannot carry
+            default: // other control characters
                 m_out += "\\u" + QByteArray::number(c, 16).rightJustified(4, '0');
             }
         }
@@ -229,7 +248,7 @@ public:
             raw("{");
             for (auto it = map.cbegin(); it != map.cend(); ++it) {
                 raw(it == map.cbegin() ? "" : ", ");
-                text(it.key());
+                key(it.key());
                 raw(": ");
                 variant(it.value());
             }
@@ -367,7 +386,7 @@ SimWorld recordWorld(const Platform& platform) {
         }
         QList<SimWindow>& windows = world.windows[app.pid];
         for (const AXElement& element : *elements)
-            windows.append(recordWindow(ax, element, app.pid, clientPids, *world.ownPid));
+            windows.append(recordWindow(ax, element, app.pid));
     }
     // The query goes to System Events only where a pass would send it, so a recording asks nothing new.
     if (world.accessibilityTrusted && !world.runningApplications.isEmpty())

@@ -13,13 +13,13 @@ namespace orvanta::platform {
 
 // Asks the ports everything one detection pass asks, for every running instance of the client: trust, the
 // Apple Events status for System Events, this process's identifier, the clock, the instances, each one's
-// Accessibility windows with every attribute the scan reads (value or error), the System Events answer
-// (only where a pass would ask for it) and the window server's list. Nothing of another application is kept:
-// window-list entries of other processes are left out, and a window of another process that turns up in
-// the client's Accessibility list keeps only its owner.
+// Accessibility windows (whoever owns them) with every attribute the scan reads, value or error, the System
+// Events answer (only where a pass would ask for it) and the client's entries of the window server's list,
+// each kept whole. Nothing else of another application is kept.
 SimWorld recordWorld(const Platform& platform);
 
-// World-file text that parseWorld reads back into a world that answers every port the same way.
+// World-file text that parseWorld reads back into a world that answers every port the same way; every text
+// survives, one UTF-8 cannot carry as {"$utf16": [...]}.
 QByteArray worldFileText(const SimWorld& world);
 
 // Writes the world to `path` through a temporary file, so that a failed write leaves nothing behind.
