@@ -656,7 +656,11 @@ void ScriptsTest::reach_data() {
              {}, 0,
              {"Front end localhost:%tls: answers HTTP 200", "TLS versions: accepts TLS 1.3, TLS 1.2",
               "the certificate names the host", "valid for 30 more days", "Next: Nothing to do"},
-             {"verdict ok", "O=Test&amp;&lt;Co&gt;",
+             {"verdict ok",
+              "<td>Issuer chain</td><td>CN=localhost, O=Test&amp;&lt;Co&gt; ← CN=OrvantaTestCA (1 ",
+              "~<td>Valid</td><td>from \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d UTC to \\d{4}-",
+              "~<td>SHA-256 fingerprint</td><td>([0-9A-F]{2}:){31}[0-9A-F]{2}</td>",
+              "<td>DNS:localhost, IP Address:127.0.0.1, IP Address:::1</td>",
               "<meta name=\"orvanta-relay\" content=\"127.0.0.1:%tls\" />"});
     scenario("refused, with hostile names",
              {"ORVANTA_ENDPOINTS=127.0.0.1:%closed", "ORVANTA_CLIENT_PROCESS=<script>alert('x')</script>&\"",

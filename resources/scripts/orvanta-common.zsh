@@ -224,6 +224,17 @@ orv_ipv6_full() {
     for g in $out; do g=${g##0##}; REPLY+=":${g:-0}"; done
     REPLY=${REPLY#:}
 }
+# orv_ipv6_short ADDRESS: REPLY is the address in its short form (RFC 5952), "::1" for "0:0:0:0:0:0:0:1": the
+# longest run of two or more zero groups, the first of equal ones, becomes "::".
+orv_ipv6_short() {
+    orv_ipv6_full $1
+    local -a g=(${(s.:.)REPLY})
+    local -i i at=0 len=0 run=0
+    for (( i = 1; i <= ${#g}; i++ )); do
+        if [[ $g[i] == 0 ]]; then (( ++run > len )) && (( len = run, at = i - run + 1 )); else run=0; fi
+    done
+    (( len >= 2 )) && REPLY="${(j.:.)g[1,at-1]}::${(j.:.)g[at+len,-1]}"
+}
 orv_hostport() { if orv_is_ipv6 $1; then REPLY="[$1]:$2"; else REPLY="$1:$2"; fi }
 
 # orv_resolve HOST: addresses from the system resolver (the one the client uses) in reply, one per element.

@@ -535,9 +535,11 @@ cert_field() {
     return 1
 }
 
-# judge_certificate ROLE HOST S_CLIENT-OUTPUT VERIFY-RESULT: judges the chain the server sent as a Mac would:
-# the name among the subject alternative names, the validity period, key, signature algorithms, the purpose,
-# the chain to a trusted root and the stapled revocation status. Rows go to the open table.
+# judge_certificate ROLE HOST S_CLIENT-OUTPUT VERIFY-RESULT: shows the certificate as testssl.sh does first
+# (subject, the chain of issuers, the validity dates, the SHA-256 fingerprint, the names), then judges the chain
+# the server sent as a Mac would: the name among the subject alternative names, the validity period, key,
+# signature algorithms, the purpose, the chain to a trusted root and the stapled revocation status. Rows go to the
+# open table.
 judge_certificate() {
     local role=$1 host=$2 out=$3 verify=$4 i f
     local pem=$WORK/chain.pem leaf=$WORK/leaf.pem
@@ -545,7 +547,7 @@ judge_certificate() {
     awk '/-----BEGIN CERTIFICATE-----/{on=1} on{print} /-----END CERTIFICATE-----/{on=0}' <<<"$out" > $pem
     awk -v dir=$WORK 'BEGIN{n=0} /-----BEGIN CERTIFICATE-----/{n++; f=dir "/c" n ".pem"} n{print > f} /-----END CERTIFICATE-----/{close(f)}' $pem
     cp $WORK/c1.pem $leaf 2>/dev/null || : > $leaf
-    local text subject issuer not_after not_before san l
+    local text subject issuer not_after not_before san l start end
     text=$(openssl x509 -in $leaf -noout -text 2>/dev/null)
     for l in ${(f)"$(openssl x509 -in $leaf -noout -subject -issuer -startdate -enddate -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null)"}; do
         case $l in
@@ -561,10 +563,38 @@ judge_certificate() {
         return
     fi
     cert_field "$text" "X509v3 Subject Alternative Name:" && san=$REPLY
-    local -a names=(${(s:, :)san})
+    local -a names=(${(s:, :)san}) listed
+    # OpenSSL writes IPv6 names in full ("0:0:0:0:0:0:0:1"); people and testssl.sh read the short form.
+    for l in $names; do
+        [[ $l == IP\ Address:* ]] && orv_is_ipv6 ${l#*:} && { orv_ipv6_short ${l#*:}; l="IP Address:$REPLY" }
+        listed+=($l)
+    done
+    # The chain as sent, from the server's own certificate up: each one's issuer, and a new line of descent where
+    # a certificate does not issue the one before it.
+    local chain="" last="" csub ciss
+    local -a sent=($WORK/c<->.pem(Nn))
+    for f in $sent; do
+        csub="" ciss=""
+        for l in ${(f)"$(openssl x509 -in $f -noout -subject -issuer -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null)"}; do
+            case $l in
+            subject=*) csub=${l#subject=} ;;
+            issuer=*) ciss=${l#issuer=} ;;
+            esac
+        done
+        [[ -n $csub ]] || continue
+        if [[ -n $chain && $csub == $last ]]; then chain+=" ← $ciss"; else chain+="${chain:+; }$csub ← $ciss"; fi
+        last=$ciss
+    done
+    local fp=${"$(openssl x509 -in $leaf -noout -fingerprint -sha256 2>/dev/null)"#*=}
+    local start_text="" end_text=""
+    start=$(cert_epoch $not_before); end=$(cert_epoch $not_after)
+    [[ $start == <-> ]] && start_text=$(TZ=UTC strftime '%Y-%m-%d %H:%M:%S UTC' $start)
+    [[ $end == <-> ]] && end_text=$(TZ=UTC strftime '%Y-%m-%d %H:%M:%S UTC' $end)
     orv_row INFO "Subject" "$subject"
-    orv_row INFO "Issuer" "$issuer"
-    orv_row INFO "Names" "${san:-none (no subject alternative names)}"
+    orv_row INFO "Issuer chain" "${chain:-$subject ← $issuer} (${#sent} certificate(s) sent)"
+    orv_row INFO "Valid" "from ${start_text:-$not_before} to ${end_text:-$not_after}"
+    orv_row INFO "SHA-256 fingerprint" "${fp:-not reported}"
+    orv_row INFO "Names" "${${(j:, :)listed}:-none (no subject alternative names)}"
 
     # Name: macOS reads only the subject alternative names, never the common name.
     if orv_is_ip $host && [[ $role == Relay* ]]; then
@@ -582,8 +612,7 @@ judge_certificate() {
 
     # Validity: days left, and the lifetime macOS accepts for a server certificate (825 days at most, 398 for
     # one from a public authority).
-    local end start days life
-    end=$(cert_epoch $not_after); start=$(cert_epoch $not_before)
+    local days life
     if [[ $end == <-> && $start == <-> ]]; then
         days=$(( (end - EPOCHSECONDS) / 86400 )) life=$(( (end - start) / 86400 ))
         if (( end < EPOCHSECONDS )); then
