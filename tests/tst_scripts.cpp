@@ -778,19 +778,24 @@ void ScriptsTest::monitor_data() {
              {"LC_ALL=de_DE.UTF-8", "ORVANTA_CLIENT_PROCESS=tst_scripts"}, {{"lsof", optionRelay}}, 0,
              {"minute 1:", "the chosen duration ended", "relay '-n:3389' is not a valid address: not probed",
               "No outages: every target answered every probe", "run Connector Reachability"},
-             {"verdict ok"}, {"class=\"loss\""});
+             {"verdict ok",
+              "<svg class=\"chart\" xmlns=\"http://www.w3.org/2000/svg\" width=\"100%\" height=\"",
+              "font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">"},
+             {"class=\"loss\"", "width=\"960\""});
     scenario("front end and relay down together",
              {"ORVANTA_FRONTEND=127.0.0.1:%closed", "ORVANTA_RELAY=127.0.0.1:%closed"}, {}, 1,
              {"1 outage(s) seen; most downtime points at the Orvanta service (front end and relay)",
               "send this report to Orvanta support"},
-             {"verdict fail", "<td>Front end 127.0.0.1, Relay 127.0.0.1</td>"});
+             {"verdict fail",
+              "<td>Front end 127.0.0.1: connection refused; Relay 127.0.0.1: connection refused</td>"});
     // At the application's quit: the relay's outage blamed on the service and drawn as one band in its lane.
     scenario("stopped at quit, the console's reader gone first",
              {"ORVANTA_FRONTEND=127.0.0.1:%tls", "ORVANTA_RELAY=127.0.0.1:%closed", "--indefinite",
               "TST_STOP_AT=minute 2:"},
              {}, 1, {"DOWN  Relay 127.0.0.1"},
              {"stopped by a termination request",
-              "<td>Relay 127.0.0.1</td><td>the Orvanta service (relay)</td></tr>", "1×fill=\"#c62828\"",
+              "<td>Relay 127.0.0.1: connection refused</td><td>the Orvanta service (relay)</td></tr>",
+              "1×fill=\"#c62828\"",
               "3×<span class=\"b ok\">OK</span></td><td>"}); // the resolver, gateway and front end
     scenario("full-tunnel VPN, no gateway address", {"-ORVANTA_GATEWAY"}, {{"ip", vpnIp}}, 0,
              {"the default route goes through wg0 with no gateway address"},
@@ -817,8 +822,26 @@ void ScriptsTest::monitorKnownTimes_data() {
     // Two probes lost in a row are the shortest outage; a jitter of exactly 30 ms is still bearable.
     scenario("two lost in a row, a jitter of exactly 30 ms", {"ORVANTA_GATEWAY=127.0.0.5", "--indefinite"},
              {{"ping", knownPings("10 40 - - 10 40 10 40 10 40")}}, 1,
-             {"1 outage(s) seen", "the gateway stopped answering pings while traffic still passed"},
-             {"<td>10</td><td>2</td><td>20.0%</td>", "<td>30.0 ms</td>", "class=\"outage\""}, {"nsteady"});
+             {"1 outage(s) seen", "the gateway stopped answering pings while traffic still passed",
+              "FAIL  Gateway 127.0.0.5: 10 sent, 2 lost"},
+             {"<td>10</td><td>2</td><td>20.0%</td>", "<td>30.0 ms</td>", "class=\"outage\"",
+              "<td>Gateway 127.0.0.5: no answer within 0.25s</td>"},
+             {"nsteady"});
+    // One answer far above the rest is cut at the lane's top (1.25 times the 95th percentile, rounded up to
+    // 15 ms) and marked there; a resolver that answers within a millisecond is not timed by dig's start.
+    scenario(
+        "a spike above the lane's top; a resolver answering at once",
+        {"ORVANTA_GATEWAY=127.0.0.5", "--indefinite"},
+        {{"ping", knownPings("10 10 10 10 10 10 10 10 10 10 10 10 10 10 10 10 10 10 10 80.7")},
+         {"dig", "#!/bin/sh\nsleep 0.05\necho ';; ->>HEADER<<- opcode: QUERY, status: NOERROR, id: 7'\n"
+                 "echo ';; Query time: 0 msec'\n"}},
+        0, {"median <1 ms, 95th <1 ms"},
+        {"<td>0.0%</td><td>&lt;1 ms</td><td>&lt;1 ms</td><td>&lt;1 ms</td><td>&lt;1 ms</td><td>&lt;1 ms</td>",
+         "&lt;1 ms where dig says 0 msec",
+         "Cut: Gateway 127.0.0.5 (1 answer(s) above 15 ms, the highest 80.7 ms)",
+         "paint-order=\"stroke\">▲ 80.7 ms</text>", "text-anchor=\"end\" fill=\"#667085\">15 ms</text>",
+         "text-anchor=\"end\" fill=\"#667085\">7.5 ms</text>",
+         "text-anchor=\"end\" fill=\"#667085\">0</text>"});
 }
 
 void ScriptsTest::trace_data() {

@@ -321,11 +321,16 @@ orv_ping() {
         REPLY=$match[1]
         return 0
     fi
-    REPLY=${${(@f)out}[-1]}
+    # A router's complaint says more than the closing count of packets, which says only that none came back.
+    local -a said=(${(M)${(f)out}:#(#i)*(unreachable|no route|sendto)*})
+    REPLY=$said[1]
+    [[ -z $REPLY && $out == *\ 0\ (packets\ |)received* ]] && REPLY="no answer"
+    [[ -n $REPLY ]] || REPLY=${out##*$'\n'}
     return $(( rc ? rc : 1 ))
 }
 
-# orv_dns_query RESOLVER NAME [SECONDS]: asks RESOLVER (address or address#port) for NAME; REPLY is the time in ms.
+# orv_dns_query RESOLVER NAME [SECONDS]: asks RESOLVER (address or address#port) for NAME; REPLY is the time in ms,
+# as dig measures the query (whole ms); host and nslookup do not time themselves, so theirs includes their start.
 orv_dns_query() {
     local server=${1%%\#*} port=53 name=$2 secs=${3:-2} out rc t0
     [[ $1 == *\#<-> ]] && port=${1##*\#}
@@ -333,11 +338,11 @@ orv_dns_query() {
     if (( $+commands[dig] )); then
         out=$(orv_limit $(( secs + 1 )) dig +time=$(( int(ceil(secs)) )) +tries=1 -p $port @$server $name A 2>&1); rc=$?
         if [[ $out == (#b)*status:\ ([A-Z]##)* && $out == (#b)*Query\ time:\ ([0-9]##)* ]]; then
-            REPLY=$match[1]
-            [[ $REPLY == 0 ]] && printf -v REPLY '%.1f' $(( (EPOCHREALTIME - t0) * 1000.0 ))
+            REPLY=$match[1]   # dig's own clock, in whole ms: 0 is an answer within a millisecond
             return 0
         fi
-        REPLY=${${${(M)${(f)out}:#*;; *}[1]}#;; }
+        local -a said=(${(M)${(f)out}:#*;; *})
+        REPLY=${said[1]#;; }
         [[ -n $REPLY ]] || REPLY="no answer"
         return 1
     elif (( $+commands[host] )) && (( port == 53 )); then
@@ -588,7 +593,7 @@ table.checks td:nth-child(2){white-space:nowrap}
 .b.skip,.b.info{background:var(--mute)}
 .note{color:var(--mute);font-size:12.5px}
 pre{background:#fff;border:1px solid #e6e9ef;padding:8px;font-size:12px;overflow-x:auto;white-space:pre-wrap}
-svg{background:#fff;border:1px solid #e6e9ef;max-width:100%;height:auto}
+svg.chart{display:block;background:#fff;border:1px solid #e6e9ef;width:100%}
 footer{color:var(--mute);font-size:12px;margin-top:28px}
 '
 
