@@ -857,9 +857,10 @@ void ScriptsTest::trace_data() {
              {"Relay (last known): tracing 127.0.0.2 with traceroute (TCP probes to port 3389)",
               "OK    Front end 127.0.0.9 reached in 4 hop(s): avg 11.0 ms, loss 0.0%"},
              {"verdict ok", "Nothing to fix on these paths",
-              "traceroute -n -q 2 -w 1 -m 4 -T -p 443 127.0.0.9",
-              "traceroute -n -q 2 -w 1 -m 4 -I 127.0.0.1"},
-             {"latency jump"});
+              "traceroute -n -q 2 -w 1 -m 4 -T -p 443 127.0.0.9", "traceroute -n -q 2 -w 1 -m 4 -I 127.0.0.1",
+              "<svg class=\"chart\" xmlns=\"http://www.w3.org/2000/svg\" width=\"100%\" height=\"212\" "
+              "font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">"},
+             {"latency jump", "width=\"960\""});
     // Three rounds of known times (sample deviation, as mtr): hop 2 answers 3 of 6 probes, the destination 5.
     scenario(
         "three rounds, TCP refused: figures per hop", {"--rounds=3", "TST_NO_TCP=1"},
@@ -901,15 +902,26 @@ void ScriptsTest::trace_data() {
              0, {"replies stop after hop 3", "hop  8  no reply"},
              {"verdict warn", "<td>replies stop after this hop</td>"}, {"latency jump", "hop  9"});
     // A relay whose name a tool would take for an option is refused, not traced.
-    scenario("BSD, administratively prohibited; relay like an option", {"ORVANTA_CLIENT_PROCESS=tst_scripts"},
-             traced(" 1  192.168.1.1 (192.168.1.1)  2.000 ms  2.200 ms\n"
-                    " 2  fw.example.net (198.51.100.9)  5.000 ms !X  *\n",
-                    {{"lsof", optionRelay}}),
-             1,
-             {"hop 2 (fw.example.net, 198.51.100.9) answered: administratively prohibited (!X)",
-              "FAIL  Relay: '-n' is not a valid host name"},
-             {"<td>administratively prohibited (!X)</td>", "Send this report to your internet provider"},
-             {"did not answer"});
+    scenario(
+        "BSD, administratively prohibited; relay like an option", {"ORVANTA_CLIENT_PROCESS=tst_scripts"},
+        traced(" 1  192.168.1.1 (192.168.1.1)  2.000 ms  2.200 ms\n"
+               " 2  fw.example.net (198.51.100.9)  5.000 ms !X  *\n",
+               {{"lsof", optionRelay}}),
+        1,
+        {"hop 2 (fw.example.net, 198.51.100.9) answered: administratively prohibited (!X) in 2 of 2 rounds",
+         "FAIL  Relay: '-n' is not a valid host name"},
+        {"<td>administratively prohibited (!X) in 2 of 2 rounds</td>",
+         "Send this report to your internet provider",
+         "<line class=\"stop\" x1=\"76.00%\" y1=\"16\" x2=\"76.00%\""}, // through hop 2 of 2
+        {"did not answer"});
+    // A private address answering unreachable is inside the user's network, however public the hops before
+    // it.
+    scenario("host unreachable from a private address beyond a public one", {},
+             traced(" 1  192.168.1.1  1.201 ms  1.105 ms\n 2  198.51.100.7  90.512 ms  88.104 ms\n"
+                    " 3  10.0.0.1  12.020 ms !H  11.911 ms !H\n"),
+             1, {"hop 3 (h1-1.example, 10.0.0.1) answered: host unreachable (!H) in 2 of 2 rounds"},
+             {"inside your own network or your company&#39;s. Send this report to your IT department"},
+             {"internet provider", "outside your own network"});
     // UDP, closing and loopback connections do not count; of two HTTPS peers the busier is taken.
     scenario("relay guessed from the client's connections", {"ORVANTA_CLIENT_PROCESS=tst_scripts"},
              traced(" 1  127.0.0.9 (127.0.0.9)  0.1 ms  0.1 ms\n",
