@@ -224,6 +224,17 @@ orv_ipv6_full() {
     for g in $out; do g=${g##0##}; REPLY+=":${g:-0}"; done
     REPLY=${REPLY#:}
 }
+# orv_ipv6_short ADDRESS: REPLY is the address in its short form (RFC 5952), "::1" for "0:0:0:0:0:0:0:1": the
+# longest run of two or more zero groups, the first of equal ones, becomes "::".
+orv_ipv6_short() {
+    orv_ipv6_full $1
+    local -a g=(${(s.:.)REPLY})
+    local -i i at=0 len=0 run=0
+    for (( i = 1; i <= ${#g}; i++ )); do
+        if [[ $g[i] == 0 ]]; then (( ++run > len )) && (( len = run, at = i - run + 1 )); else run=0; fi
+    done
+    (( len >= 2 )) && REPLY="${(j.:.)g[1,at-1]}::${(j.:.)g[at+len,-1]}"
+}
 orv_hostport() { if orv_is_ipv6 $1; then REPLY="[$1]:$2"; else REPLY="$1:$2"; fi }
 
 # orv_resolve HOST: addresses from the system resolver (the one the client uses) in reply, one per element.
@@ -244,23 +255,32 @@ orv_resolve() {
     (( ${#reply} > 0 ))
 }
 
-# orv_tcp_once HOST PORT SECONDS: opens and closes one connection. The last line is "ok MS"; anything before it
-# is the tool's complaint. zsh's own ztcp knows IPv4 only; bash's /dev/tcp is the fallback that every Mac has.
+# orv_tcp_once HOST PORT: opens and closes one connection. The last line is "ok MS", the connect alone timed (a
+# tool's start-up is not network time); anything before it is the tool's complaint. zsh's own ztcp knows IPv4
+# only; bash's /dev/tcp, which every Mac has, takes IPv6 too and times itself: in microseconds where its clock has
+# them (bash 5), in milliseconds with its `time` otherwise (macOS's bash 3.2).
 orv_tcp_once() {
-    local host=$1 port=$2 rc
-    local -F t0=$EPOCHREALTIME
+    local host=$1 port=$2 rc out
+    local -F t0 t1
     if (( $+builtins[ztcp] )) && ! orv_is_ipv6 $host; then
-        ztcp $host $port 2>&1; rc=$?
-        (( rc == 0 )) && ztcp -c $REPLY 2>/dev/null
-    elif (( $+commands[nc] )); then
-        nc -v -z -w $(( int(ceil($3)) + 1 )) $host $port 2>&1 </dev/null; rc=$?
+        t0=$EPOCHREALTIME; ztcp $host $port 2>&1; rc=$?; t1=$EPOCHREALTIME
+        (( rc == 0 )) || return 1
+        ztcp -c $REPLY 2>/dev/null
+        printf 'ok %.3f\n' $(( (t1 - t0) * 1000.0 ))
     elif (( $+commands[bash] )); then
-        bash -c 'exec 3<>"/dev/tcp/$1/$2"' orvanta-tcp $host $port 2>&1 </dev/null; rc=$?
+        out=$(bash -c 'if [ -n "${EPOCHREALTIME-}" ]; then
+                s=$EPOCHREALTIME; exec 3<>"/dev/tcp/$1/$2" || exit 1; e=$EPOCHREALTIME; echo "us $(( ${e/./} - ${s/./} ))"
+            else TIMEFORMAT="s %3R"; time exec 3<>"/dev/tcp/$1/$2" || exit 1; fi' orvanta-tcp $host $port 2>&1 </dev/null)
+        rc=$?
+        (( rc == 0 )) || { print -r -- $out; return 1 }
+        case ${out##*$'\n'} in
+        (#b)us\ ([0-9]##)) printf 'ok %.3f\n' $(( match[1] / 1000.0 )) ;;
+        (#b)s\ ([0-9.]##)) printf 'ok %.3f\n' $(( match[1] * 1000.0 )) ;;
+        *) print -r -- $out; return 1 ;;
+        esac
     else
         return 3
     fi
-    (( rc == 0 )) || return 1
-    printf 'ok %.1f\n' $(( (EPOCHREALTIME - t0) * 1000.0 ))
 }
 
 # orv_tcp HOST PORT [SECONDS]: one TCP connection. Status 0 with REPLY the connect time in ms; otherwise REPLY
@@ -268,17 +288,18 @@ orv_tcp_once() {
 # an unreachable host or other failure (2) and a missing tool (3).
 orv_tcp() {
     local secs=${3:-$ORV_TIMEOUT} out rc
-    out=$(orv_limit $secs orv_tcp_once $1 $2 $secs); rc=$?
+    out=$(orv_limit $secs orv_tcp_once $1 $2); rc=$?
     if (( rc == 0 )) && [[ ${out##*$'\n'} == (#b)ok\ ([0-9.]##) ]]; then
         REPLY=$match[1]; return 0
     fi
     case $rc:${(L)out} in
     124:*) REPLY="no answer within ${secs}s (packets dropped: a firewall filters the port, or the host is down)"; return 124 ;;
-    3:*) REPLY="no tool to open a connection (zsh/net/tcp, nc or bash)"; return 3 ;;
-    *refused*) REPLY="connection refused (nothing listens on port $2, or a firewall rejects it)"; return 1 ;;
+    3:*) REPLY="no tool to open a connection (zsh/net/tcp or bash)"; return 3 ;;
+    *refused*) REPLY="connection refused (the host answered: nothing listens on port $2, or the service there is down)"; return 1 ;;
     *(unreachable|no\ route)*) REPLY="unreachable (no route to $1)"; return 2 ;;
+    *(resolution|not\ known|nodename|name\ or\ service)*) REPLY="name not found: $1 does not resolve"; return 2 ;;
     esac
-    out=${${(@f)out}[-1]}
+    out=${out##*$'\n'}
     REPLY="connection failed${out:+: ${out##*: }}"
     return 2
 }
@@ -300,11 +321,16 @@ orv_ping() {
         REPLY=$match[1]
         return 0
     fi
-    REPLY=${${(@f)out}[-1]}
+    # A router's complaint says more than the closing count of packets, which says only that none came back.
+    local -a said=(${(M)${(f)out}:#(#i)*(unreachable|no route|sendto)*})
+    REPLY=$said[1]
+    [[ -z $REPLY && $out == *\ 0\ (packets\ |)received* ]] && REPLY="no answer"
+    [[ -n $REPLY ]] || REPLY=${out##*$'\n'}
     return $(( rc ? rc : 1 ))
 }
 
-# orv_dns_query RESOLVER NAME [SECONDS]: asks RESOLVER (address or address#port) for NAME; REPLY is the time in ms.
+# orv_dns_query RESOLVER NAME [SECONDS]: asks RESOLVER (address or address#port) for NAME; REPLY is the time in ms,
+# as dig measures the query (whole ms); host and nslookup do not time themselves, so theirs includes their start.
 orv_dns_query() {
     local server=${1%%\#*} port=53 name=$2 secs=${3:-2} out rc t0
     [[ $1 == *\#<-> ]] && port=${1##*\#}
@@ -312,11 +338,11 @@ orv_dns_query() {
     if (( $+commands[dig] )); then
         out=$(orv_limit $(( secs + 1 )) dig +time=$(( int(ceil(secs)) )) +tries=1 -p $port @$server $name A 2>&1); rc=$?
         if [[ $out == (#b)*status:\ ([A-Z]##)* && $out == (#b)*Query\ time:\ ([0-9]##)* ]]; then
-            REPLY=$match[1]
-            [[ $REPLY == 0 ]] && printf -v REPLY '%.1f' $(( (EPOCHREALTIME - t0) * 1000.0 ))
+            REPLY=$match[1]   # dig's own clock, in whole ms: 0 is an answer within a millisecond
             return 0
         fi
-        REPLY=${${${(M)${(f)out}:#*;; *}[1]}#;; }
+        local -a said=(${(M)${(f)out}:#*;; *})
+        REPLY=${said[1]#;; }
         [[ -n $REPLY ]] || REPLY="no answer"
         return 1
     elif (( $+commands[host] )) && (( port == 53 )); then
@@ -560,17 +586,22 @@ th,td:not(:last-child){overflow-wrap:break-word}
 table.checks td:nth-child(2){white-space:nowrap}
 .verdict,.verdict li,h2,h3,p,header p,footer{overflow-wrap:anywhere}
 .verdict li .b{margin-right:6px}
+.verdict li{margin:0 0 4px}
+.verdict .step{display:block;margin:2px 0 0;padding-left:8px;border-left:3px solid var(--blue)}
+.verdict p.step{margin:10px 0 0}
 .b.ok{background:var(--ok)}.b.fail{background:var(--fail)}.b.warn{background:var(--warn)}
 .b.skip,.b.info{background:var(--mute)}
 .note{color:var(--mute);font-size:12.5px}
 pre{background:#fff;border:1px solid #e6e9ef;padding:8px;font-size:12px;overflow-x:auto;white-space:pre-wrap}
-svg{background:#fff;border:1px solid #e6e9ef;max-width:100%;height:auto}
+svg.chart{display:block;background:#fff;border:1px solid #e6e9ef;width:100%}
 footer{color:var(--mute);font-size:12px;margin-top:28px}
 '
 
 # orv_write_report PREFIX TITLE VERDICT-CLASS VERDICT-TITLE [VERDICT-LINE...]: writes the report to the Desktop
 # through a hidden temporary file that is renamed when complete; REPLY is its full path. A verdict line
-# "STATUS<tab>text" is shown with its badge.
+# "STATUS<tab>text" is shown with its badge, and "STATUS<tab>text<tab>next step" with what to do about it beside
+# it. Where no line has a step of its own, the report's closing words (orv_next_steps) stand under the verdict too,
+# so that the reader need not scroll for them.
 typeset -ga ORV_HEAD_EXTRA
 orv_write_report() {
     local prefix=$1 title=$2 vclass=$3 vtitle=$4; shift 4
@@ -606,15 +637,21 @@ orv_write_report() {
         orv_esc "Computer $host_name · user ${USER:-?} · $os_text · $(strftime '%Y-%m-%d %H:%M:%S %Z' $EPOCHSECONDS)"
         print -r -- "<p>$REPLY</p></header><main>"
         orv_esc "$vtitle"; print -r -- "<section class=\"verdict $vclass\"><h2>$REPLY</h2>"
+        local badge step steps=0
         if (( $# )); then
             print -r -- "<ul>"
-            local badge
             for line in "$@"; do
-                badge=""
+                badge="" step=""
                 [[ $line == (OK|FAIL|WARN|SKIP|INFO)$'\t'* ]] && { orv_badge ${line%%$'\t'*}; badge=$REPLY; line=${line#*$'\t'} }
-                orv_esc "$line"; print -r -- "<li>$badge$REPLY</li>"
+                if [[ $line == *$'\t'* ]]; then
+                    orv_esc "${line#*$'\t'}"; step="<span class=\"step\">$REPLY</span>"; line=${line%%$'\t'*}; steps=1
+                fi
+                orv_esc "$line"; print -r -- "<li>$badge$REPLY$step</li>"
             done
             print -r -- "</ul>"
+        fi
+        if (( ! steps )) && [[ -n $ORV_NEXT_SAID ]]; then
+            orv_esc "$ORV_NEXT_SAID"; print -r -- "<p class=\"step\"><b>What to do next:</b> $REPLY</p>"
         fi
         print -r -- "</section>"
         for line in $ORV_BODY; do print -r -- $line; done
@@ -722,9 +759,11 @@ ORV_CSS+='.next{border-left:4px solid var(--blue);background:#fff;padding:10px 1
 '
 # orv_next_steps CAUSE [SENTENCE]: ends the report and the console with what to do next. CAUSE is a key of
 # ORV_NEXT_TEXT; SENTENCE, when given, replaces that cause's own words. Call it after the last section.
+typeset -g ORV_NEXT_SAID=""
 orv_next_steps() {
     local text=${2:-$ORV_NEXT_TEXT[$1]}
     [[ -n $text ]] || text=$ORV_NEXT_TEXT[none]
+    ORV_NEXT_SAID=$text
     orv_say "Next: $text"
     orv_esc "$text"
     ORV_BODY+=("<section class=\"next\" data-cause=\"${1//[^a-z]/}\"><h2>What to do next</h2><p>$REPLY</p></section>")

@@ -194,6 +194,42 @@ typeset -gA CAUSE_FAIL=() CAUSE_WARN=()
 typeset -gi UNREACHED=0 CHECKED=0
 note_cause() { if [[ $1 == fail ]]; then CAUSE_FAIL[$2]=1; else CAUSE_WARN[$2]=1; fi }
 
+# What to do about each kind of failure, shown beside it under the verdict, and the cause it gives the closing
+# advice. A refusal is the host's own answer, so the way there works; silence is what a filtering firewall gives.
+typeset -gA STEP_TEXT=(
+    dns "This Mac cannot look up the name: check the network's DNS settings (or ask its administrator), then run this check again."
+    refused "Refused means the host answered: nothing listens on that port, or the service there is down. Check that the port is the right one; if it is, send this report to support."
+    dropped "No answer at all: packets to that port are dropped on the way (a firewall filters it) or the host is down. Send this report to your network administrator, and to support if other networks cannot reach it either."
+    unreachable "This Mac has no route to that address: check its network connection (Wi-Fi, cable, VPN), then run this check again."
+    handshake "The connection opened but the encrypted handshake did not finish: a firewall or proxy that inspects traffic, or the service itself, stops it. Send this report to your network administrator, and to support if nothing is found there."
+    certificate "This Mac does not trust the certificate it was shown: if this network inspects encrypted traffic, ask its administrator to exempt the service; otherwise send this report to support."
+    renew "The service's certificate is one that macOS refuses: send this report to support so that it is replaced."
+    clock "This Mac's date or time is wrong, so valid certificates look invalid: turn on setting the date and time automatically in System Settings, then run this check again."
+    service "The fault is on the service's side: send this report to support."
+    proxy "The proxy of this network does not let the service through: send this report to your network administrator and ask for the service to be allowed."
+    target "This is not a valid host name and port, so nothing was checked: correct it where it is set (ORVANTA_ENDPOINTS, ORVANTA_RELAY), or send this report to support."
+)
+typeset -gA STEP_CAUSE=(dns dns refused refused dropped tcp unreachable tcp handshake handshake certificate certificate
+    renew service clock clock service service proxy proxy)
+typeset -ga FAIL_STEPS   # beside ORV_FAILURES, one each
+# fail KIND TEXT: a failed check of that kind.
+fail() {
+    orv_result FAIL "$2"
+    FAIL_STEPS+=("$STEP_TEXT[$1]")
+    [[ -n $STEP_CAUSE[$1] ]] && note_cause fail $STEP_CAUSE[$1]
+    return 0
+}
+
+# timing_stop LABEL ADDRESSES DNS-MS CONNECT-MS PHASE SHORT WHY: a row of the phase table for an endpoint that
+# stopped at PHASE (1 DNS, 2 connect, 3 TLS, 4 first byte), with the times of the phases before it and, in the
+# phase's own cell, SHORT.
+timing_stop() {
+    local -a cells=("$3" "$4" "" "" "")
+    cells[$5]=$6
+    cells=("${(@)cells[1,$5]}" "" "" "" "")
+    TIMING_ROWS+=("$1"$'\t'"${2:--}"$'\t'"${(pj:\t:)cells[1,5]}"$'\t'""$'\t'"$5"$'\t'"$7")
+}
+
 # http_timing HOST PORT ROLE: one HTTPS request made as a client makes it (the system resolver, each address in
 # turn, no proxy), timed by curl's own clock. TIMING holds DNS, connect, TLS, first byte (each phase alone) and
 # total, in ms; HTTP_CODE the status (000 for none); HTTP_IP the address used. Each timed endpoint adds a row to
@@ -222,7 +258,7 @@ http_timing() {
         if (( v < 0 )); then TIMING+=(""); else printf -v REPLY '%.1f' $(( v * 1000.0 )); TIMING+=($REPLY); fi
     done
     orv_is_ip $host && TIMING[1]=""
-    TIMING_ROWS+=("$role $host"$'\t'"$HTTP_IP"$'\t'"${(pj:\t:)TIMING}"$'\t'"$HTTP_CODE")
+    TIMING_ROWS+=("$role $EP_NAME"$'\t'"$HTTP_IP"$'\t'"${(pj:\t:)TIMING}"$'\t'"$HTTP_CODE"$'\t'""$'\t'"")
     return 0
 }
 
@@ -239,22 +275,23 @@ http_rows() {
         else parts+=("$names[i] -"); fi
     done
     t="${(j:, :)parts} (to ${HTTP_IP:-?})"
-    orv_say "   INFO  $role $host: $t"
+    orv_say "   INFO  $role $EP_NAME: $t"
     orv_row INFO "Timing" "$t"
     if [[ $HTTP_CODE == 000 ]]; then
         if [[ $role == "Front end" ]]; then
-            orv_result FAIL "$role $host: no HTTP answer within ${ORV_TIMEOUT}s after the TLS handshake"
+            fail service "$role $EP_NAME: no HTTP answer within ${ORV_TIMEOUT}s after the TLS handshake"
+            local -a f=("${(@ps:\t:)TIMING_ROWS[-1]}")
+            f[6]="no answer" f[9]=4 f[10]="no HTTP answer within ${ORV_TIMEOUT}s after the TLS handshake"
+            TIMING_ROWS[-1]=${(pj:\t:)f}
             orv_row FAIL "HTTP" "no answer within ${ORV_TIMEOUT}s after the TLS handshake"
-            note_cause fail service
         else
             orv_row INFO "HTTP" "no answer to a plain request"
         fi
     elif [[ $role == "Front end" && $HTTP_CODE == 5<-> ]]; then
-        orv_result FAIL "$role $host: answers HTTP $HTTP_CODE (an error on the service's side)"
+        fail service "$role $EP_NAME: answers HTTP $HTTP_CODE (an error on the service's side)"
         orv_row FAIL "HTTP" "$HTTP_CODE: an error on the service's side"
-        note_cause fail service
     elif [[ $role == "Front end" ]]; then
-        orv_result OK "$role $host: answers HTTP $HTTP_CODE"
+        orv_result OK "$role $EP_NAME: answers HTTP $HTTP_CODE"
         orv_row OK "HTTP" "$HTTP_CODE"
     else
         orv_row INFO "HTTP" "$HTTP_CODE"
@@ -282,69 +319,90 @@ tls_versions() {
     local t="accepts ${(j:, :)yes:-none}${no:+; refuses ${(j:, :)no}}${untested:+; not tested (${SSL_VERSION%% *} cannot offer it, or no answer): ${(j:, :)untested}}"
     local -a old=(${(M)yes:#TLS 1.[01]})
     if [[ -z ${(M)yes:#TLS 1.[23]} ]]; then
-        orv_result FAIL "$role $host: accepts neither TLS 1.2 nor TLS 1.3 ($t)"
+        fail service "$role $EP_NAME: accepts neither TLS 1.2 nor TLS 1.3 ($t)"
         orv_row FAIL "TLS versions" "$t: clients need TLS 1.2 or later"
-        note_cause fail service
     elif (( ${#old} )); then
-        orv_result WARN "$role $host: still accepts ${(j: and :)old}, retired versions ($t)"
+        orv_result WARN "$role $EP_NAME: still accepts ${(j: and :)old}, retired versions ($t)"
         orv_row WARN "TLS versions" "$t: TLS 1.0 and 1.1 are retired and should be turned off"
         note_cause warn legacy
     else
-        orv_result OK "$role $host: TLS versions: $t"
+        orv_result OK "$role $EP_NAME: TLS versions: $t"
         orv_row OK "TLS versions" "$t"
     fi
 }
 
 # check_endpoint ROLE TARGET WITH-TLS: one endpoint, on every address of its name and through each proxy; its
 # details go to the report. It passes when a client could connect by some path: a client tries every address
-# of both families, and takes the proxy when one is set.
+# of both families, and takes the proxy when one is set. EP_NAME is how the endpoint is named in every line about
+# it: with its port wherever that is not HTTPS's own, so that two services on one host stay apart.
+typeset -g EP_NAME
 check_endpoint() {
     local role=$1 target=$2 with_tls=$3 host port addr t0 out rc why
     orv_split $target 443; host=$ORV_HOST; port=$ORV_PORT
-    orv_esc "$role: $target"; orv_raw "<h3>$REPLY</h3>"
-    orv_table "" "Check" "Result"
-    ORV_BODY[-1]=${ORV_BODY[-1]/<table>/<table class=\"checks\">} # short check names stay on one line
+    EP_NAME=$target
     if ! orv_valid_target $target 443; then
-        orv_result FAIL "$role $target: not a valid host name and port"
+        orv_esc "$role $target"; orv_raw "<h3>$REPLY</h3>"
+        orv_table "" "Check" "Result"
+        fail target "$role $target: not a valid host name and port"
         orv_row FAIL "Target" "not a valid host name and port: $target"
         orv_table_end; return
     fi
-    local -a addrs connected failed dfail
-    local direct_ok=0 dcause="" refused=0
+    EP_NAME=$host; [[ $port == 443 ]] || { orv_hostport $host $port; EP_NAME=$REPLY }
+    orv_esc "$role $EP_NAME"; orv_raw "<h3>$REPLY</h3>"
+    orv_table "" "Check" "Result"
+    ORV_BODY[-1]=${ORV_BODY[-1]/<table>/<table class=\"checks\">} # short check names stay on one line
+    # dfail: why the direct path failed, each "KIND<tab>text"; stop: the phase it stopped at, for the phase table.
+    local -a addrs connected failed dfail stop
+    local direct_ok=0 answered=0 dns_ms="" conn_ms="" kind
     [[ $role == Relay ]] || (( CHECKED++ ))
 
     t0=$EPOCHREALTIME
     if orv_is_ip $host; then
         addrs=($host)
         orv_row INFO "Name lookup" "$host is an address"
-    elif orv_step "$role $host: name lookup"; orv_resolve $host; then
+    elif orv_step "$role $EP_NAME: name lookup"; orv_resolve $host; then
         addrs=($reply)
-        orv_ms_since $t0
-        orv_result OK "$role $host resolves to ${(j:, :)addrs} in $REPLY ms"
+        orv_ms_since $t0; dns_ms=$REPLY
+        orv_result OK "$role $EP_NAME resolves to ${(j:, :)addrs} in $REPLY ms"
         orv_row OK "Name lookup" "${(j:, :)addrs} ($REPLY ms, system resolver)"
     else
-        dfail+=("$host does not resolve with the system resolver"); dcause=dns
-        orv_row FAIL "Name lookup" "$host does not resolve with the system resolver"
+        why="$host does not resolve with the system resolver"
+        dfail+=("dns"$'\t'"$why"); stop=(1 "not found" "$why")
+        orv_row FAIL "Name lookup" "$why"
     fi
 
     for addr in $addrs; do
-        orv_step "$role $host: TCP connect to $addr port $port"
+        orv_step "$role $EP_NAME: TCP connect to $addr port $port"
         if orv_tcp $addr $port; then
             connected+=($addr)
-            orv_result OK "$role $host: TCP connect to $addr port $port in $REPLY ms"
+            printf -v REPLY '%.1f' $REPLY; [[ -n $conn_ms ]] || conn_ms=$REPLY
+            orv_result OK "$role $EP_NAME: TCP connect to $addr port $port in $REPLY ms"
             orv_row OK "TCP connect" "$addr port $port in $REPLY ms"
         else
-            (( $? == 1 )) && refused=1
-            failed+=("TCP connect to $addr port $port failed: $REPLY")
+            case $? in
+            1) kind=refused answered=1 ;;
+            124) kind=dropped ;;
+            2) kind=unreachable ;;
+            *) kind="" ;;
+            esac
+            failed+=("$kind"$'\t'"TCP connect to $addr port $port failed: $REPLY")
         fi
     done
     for why in $failed; do
         if (( ${#connected} )); then # a client falls back to an address that works
-            orv_result INFO "$role $host: $why (clients fall back to ${connected[1]})"
-            orv_row INFO "TCP connect" "${why#TCP connect to }; clients fall back to ${connected[1]}"
+            orv_result INFO "$role $EP_NAME: ${why#*$'\t'} (clients fall back to ${connected[1]})"
+            orv_row INFO "TCP connect" "${${why#*$'\t'}#TCP connect to }; clients fall back to ${connected[1]}"
         else
-            dfail+=("$why"); [[ -z $dcause ]] && dcause=${${refused:#0}:+refused}; dcause=${dcause:-tcp}
-            orv_row FAIL "TCP connect" "${why#TCP connect to }"
+            dfail+=("$why")
+            if (( ! ${#stop} )); then
+                case ${why%%$'\t'*} in
+                refused|unreachable) kind=${why%%$'\t'*} ;;
+                dropped) kind="no answer" ;;
+                *) kind=failed ;;
+                esac
+                stop=(2 "$kind" "${why#*failed: }")
+            fi
+            orv_row FAIL "TCP connect" "${${why#*$'\t'}#TCP connect to }"
         fi
     done
 
@@ -354,11 +412,11 @@ check_endpoint() {
         orv_row INFO "TLS" "not checked on port $port (the remote-desktop protocol starts TLS itself later)"
     elif (( ${#connected} )) && [[ -z $SSL_VERSION ]]; then
         direct_ok=1
-        orv_result WARN "$role $host: TLS not checked (openssl missing)"
+        orv_result WARN "$role $EP_NAME: TLS not checked (openssl missing)"
         orv_row WARN "TLS" "not checked: openssl is not installed"
     elif (( ${#connected} )); then
         addr=$connected[1]
-        orv_step "$role $host: TLS handshake with $addr"
+        orv_step "$role $EP_NAME: TLS handshake with $addr"
         orv_hostport $addr $port
         local -a sargs=(s_client -connect $REPLY -showcerts -status)
         orv_is_ip $host || sargs+=(-servername $host)
@@ -371,16 +429,19 @@ check_endpoint() {
         [[ $out == (#b)*Verify\ return\ code:\ ([^$'\n']##)* ]] && verify=$match[1]
         if (( rc == 124 )); then
             why="the server accepted the TCP connection but did not complete the TLS handshake within ${ORV_TIMEOUT}s"
-            dfail+=("$why"); orv_row FAIL "TLS handshake" "$addr: $why"; dcause=handshake
+            dfail+=("handshake"$'\t'"$why"); orv_row FAIL "TLS handshake" "$addr: $why"; answered=1
+            stop=(3 "no answer" "$why")
         elif [[ -z $TLS_CIPHER ]]; then
-            local last=${${(M)${(f)out}:#*(error|errno|alert|refused|unexpected)*}[1]}
+            local -a said=(${(M)${(f)out}:#*(error|errno|alert|refused|unexpected)*})
+            local last=$said[1]
             why="TLS handshake failed${last:+: $last}"
-            dfail+=("$why"); orv_row FAIL "TLS handshake" "$addr: $why"; dcause=handshake
+            dfail+=("handshake"$'\t'"$why"); orv_row FAIL "TLS handshake" "$addr: $why"; answered=1
+            stop=(3 failed "$why")
         else
             direct_ok=1 tls_done=1
             local proto=${TLS_PROTO:-protocol not reported} cipher=$TLS_CIPHER hs="$wall ms (openssl wall time, includes connect and process start)"
             http_timing $host $port $role && [[ -n $TIMING[3] ]] && hs="$TIMING[3] ms"
-            orv_result OK "$role $host: $proto, $cipher, handshake $hs"
+            orv_result OK "$role $EP_NAME: $proto, $cipher, handshake $hs"
             orv_row OK "TLS handshake" "$proto, $cipher, $hs"
             http_rows $role $host
             tls_versions $addr $host $port $role
@@ -391,16 +452,16 @@ check_endpoint() {
     local proxy_ok="" proxy_via="" proxy_fail="" i
     if [[ $with_tls == tls ]] && (( ${#PROXY_VIA} )) && orv_have curl "endpoints cannot be checked through the proxy"; then
         for (( i = 1; i <= ${#PROXY_VIA}; i++ )); do
-            orv_step "$role $host: through proxy $PROXY_LABEL[i]"
+            orv_step "$role $EP_NAME: through proxy $PROXY_LABEL[i]"
             if through_proxy $PROXY_VIA[i] $host $port; then
                 [[ -z $proxy_ok ]] && { proxy_ok=$PROXY_LABEL[i]; proxy_via=$PROXY_VIA[i] }
-                orv_result INFO "$role $host: through $PROXY_LABEL[i]: $REPLY"
+                orv_result INFO "$role $EP_NAME: through $PROXY_LABEL[i]: $REPLY"
                 orv_row OK "Through proxy" "$PROXY_LABEL[i]: $REPLY"
             elif (( $? == 2 )); then
                 orv_row INFO "Through proxy" "$PROXY_LABEL[i]: $REPLY"
             else
                 proxy_fail+="${proxy_fail:+; }$PROXY_LABEL[i]: $REPLY"
-                orv_result INFO "$role $host: through $PROXY_LABEL[i]: failed: $REPLY"
+                orv_result INFO "$role $EP_NAME: through $PROXY_LABEL[i]: failed: $REPLY"
                 orv_row FAIL "Through proxy" "$PROXY_LABEL[i]: $REPLY"
             fi
         done
@@ -408,24 +469,25 @@ check_endpoint() {
 
     if (( direct_ok )); then
         if [[ -n $proxy_ok ]]; then
-            orv_result OK "$role $host: reachable directly and through $proxy_ok"
+            orv_result OK "$role $EP_NAME: reachable directly and through $proxy_ok"
         elif [[ -n $proxy_fail ]]; then
-            orv_result WARN "$role $host: reachable directly, but not through the proxy ($proxy_fail): clients that use the proxy fail"
+            orv_result WARN "$role $EP_NAME: reachable directly, but not through the proxy ($proxy_fail): clients that use the proxy fail"
             note_cause warn proxy
         fi
     elif [[ -n $proxy_ok ]]; then
-        for why in $dfail; do orv_result INFO "$role $host: direct path: $why"; done
-        orv_result OK "$role $host: reachable through $proxy_ok only (the direct path fails)"
+        for why in $dfail; do orv_result INFO "$role $EP_NAME: direct path: ${why#*$'\t'}"; done
+        orv_result OK "$role $EP_NAME: reachable through $proxy_ok only (the direct path fails)"
     else
-        for why in $dfail; do orv_result FAIL "$role $host: $why"; done
+        for why in $dfail; do fail "${why%%$'\t'*}" "$role $EP_NAME: ${why#*$'\t'}"; done
         if [[ -n $proxy_fail ]]; then
-            orv_result FAIL "$role $host: not reachable through the proxy either ($proxy_fail)"
-            note_cause fail proxy
+            fail proxy "$role $EP_NAME: not reachable through the proxy either ($proxy_fail)"
         fi
-        # Nothing reached at all counts against the local side; a handshake that stalls proves the network works.
-        [[ $role == Relay || $dcause == handshake ]] || (( UNREACHED++ ))
-        note_cause fail ${dcause:-tcp}
+        # Nothing reached at all counts against the local side; a host that refused, or took the connection but
+        # not the handshake, proves that the network works.
+        [[ $role == Relay ]] || (( answered )) || (( UNREACHED++ ))
     fi
+    # The direct path's stop in the phase table, beside the endpoints that were timed.
+    [[ $with_tls == tls ]] && (( ${#stop} )) && timing_stop "$role $EP_NAME" "${(j:, :)${connected:-$addrs}}" "${dns_ms:-}" "$conn_ms" $stop
     # Where only a proxy gets through, the certificate is the one that path shows: a proxy that inspects TLS
     # puts its own there, which is what the client then meets.
     if (( ! tls_done )) && [[ -n $proxy_via && -n $SSL_VERSION ]]; then
@@ -435,7 +497,7 @@ check_endpoint() {
         http://*) paddr=${proxy_via#http://} ;;
         esac
         if [[ -n $paddr ]]; then
-            orv_step "$role $host: certificate through $proxy_ok"
+            orv_step "$role $EP_NAME: certificate through $proxy_ok"
             orv_hostport $host $port
             local -a pargs=(s_client -proxy $paddr -connect $REPLY -showcerts -status)
             orv_is_ip $host || pargs+=(-servername $host)
@@ -473,9 +535,11 @@ cert_field() {
     return 1
 }
 
-# judge_certificate ROLE HOST S_CLIENT-OUTPUT VERIFY-RESULT: judges the chain the server sent as a Mac would:
-# the name among the subject alternative names, the validity period, key, signature algorithms, the purpose,
-# the chain to a trusted root and the stapled revocation status. Rows go to the open table.
+# judge_certificate ROLE HOST S_CLIENT-OUTPUT VERIFY-RESULT: shows the certificate as testssl.sh does first
+# (subject, the chain of issuers, the validity dates, the SHA-256 fingerprint, the names), then judges the chain
+# the server sent as a Mac would: the name among the subject alternative names, the validity period, key,
+# signature algorithms, the purpose, the chain to a trusted root and the stapled revocation status. Rows go to the
+# open table.
 judge_certificate() {
     local role=$1 host=$2 out=$3 verify=$4 i f
     local pem=$WORK/chain.pem leaf=$WORK/leaf.pem
@@ -483,7 +547,7 @@ judge_certificate() {
     awk '/-----BEGIN CERTIFICATE-----/{on=1} on{print} /-----END CERTIFICATE-----/{on=0}' <<<"$out" > $pem
     awk -v dir=$WORK 'BEGIN{n=0} /-----BEGIN CERTIFICATE-----/{n++; f=dir "/c" n ".pem"} n{print > f} /-----END CERTIFICATE-----/{close(f)}' $pem
     cp $WORK/c1.pem $leaf 2>/dev/null || : > $leaf
-    local text subject issuer not_after not_before san l
+    local text subject issuer not_after not_before san l start end
     text=$(openssl x509 -in $leaf -noout -text 2>/dev/null)
     for l in ${(f)"$(openssl x509 -in $leaf -noout -subject -issuer -startdate -enddate -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null)"}; do
         case $l in
@@ -494,62 +558,83 @@ judge_certificate() {
         esac
     done
     if [[ -z $text ]]; then
-        orv_result FAIL "$role $host: the server sent no readable certificate"
+        fail service "$role $EP_NAME: the server sent no readable certificate"
         orv_row FAIL "Certificate" "none readable"
-        note_cause fail service
         return
     fi
     cert_field "$text" "X509v3 Subject Alternative Name:" && san=$REPLY
-    local -a names=(${(s:, :)san})
+    local -a names=(${(s:, :)san}) listed
+    # OpenSSL writes IPv6 names in full ("0:0:0:0:0:0:0:1"); people and testssl.sh read the short form.
+    for l in $names; do
+        [[ $l == IP\ Address:* ]] && orv_is_ipv6 ${l#*:} && { orv_ipv6_short ${l#*:}; l="IP Address:$REPLY" }
+        listed+=($l)
+    done
+    # The chain as sent, from the server's own certificate up: each one's issuer, and a new line of descent where
+    # a certificate does not issue the one before it.
+    local chain="" last="" csub ciss
+    local -a sent=($WORK/c<->.pem(Nn))
+    for f in $sent; do
+        csub="" ciss=""
+        for l in ${(f)"$(openssl x509 -in $f -noout -subject -issuer -nameopt utf8,sep_comma_plus_space,esc_ctrl 2>/dev/null)"}; do
+            case $l in
+            subject=*) csub=${l#subject=} ;;
+            issuer=*) ciss=${l#issuer=} ;;
+            esac
+        done
+        [[ -n $csub ]] || continue
+        if [[ -n $chain && $csub == $last ]]; then chain+=" ← $ciss"; else chain+="${chain:+; }$csub ← $ciss"; fi
+        last=$ciss
+    done
+    local fp=${"$(openssl x509 -in $leaf -noout -fingerprint -sha256 2>/dev/null)"#*=}
+    local start_text="" end_text=""
+    start=$(cert_epoch $not_before); end=$(cert_epoch $not_after)
+    [[ $start == <-> ]] && start_text=$(TZ=UTC strftime '%Y-%m-%d %H:%M:%S UTC' $start)
+    [[ $end == <-> ]] && end_text=$(TZ=UTC strftime '%Y-%m-%d %H:%M:%S UTC' $end)
     orv_row INFO "Subject" "$subject"
-    orv_row INFO "Issuer" "$issuer"
-    orv_row INFO "Names" "${san:-none (no subject alternative names)}"
+    orv_row INFO "Issuer chain" "${chain:-$subject ← $issuer} (${#sent} certificate(s) sent)"
+    orv_row INFO "Valid" "from ${start_text:-$not_before} to ${end_text:-$not_after}"
+    orv_row INFO "SHA-256 fingerprint" "${fp:-not reported}"
+    orv_row INFO "Names" "${${(j:, :)listed}:-none (no subject alternative names)}"
 
     # Name: macOS reads only the subject alternative names, never the common name.
     if orv_is_ip $host && [[ $role == Relay* ]]; then
         orv_row INFO "Name match" "not checked: the relay is known only by its address"
     elif host_matches $host $names; then
-        orv_result OK "$role $host: the certificate names the host"
+        orv_result OK "$role $EP_NAME: the certificate names the host"
         orv_row OK "Name match" "$host is covered by the certificate"
     elif (( ! ${#names} )); then
-        orv_result FAIL "$role $host: the certificate has no subject alternative names, which macOS requires"
+        fail renew "$role $EP_NAME: the certificate has no subject alternative names, which macOS requires"
         orv_row FAIL "Name match" "no subject alternative names: macOS ignores the common name and refuses the certificate"
-        note_cause fail service
     else
-        orv_result FAIL "$role $host: the certificate does not name $host"
+        fail certificate "$role $EP_NAME: the certificate does not name $host"
         orv_row FAIL "Name match" "$host is not among the certificate's names (a TLS-inspecting proxy or a wrong server?)"
-        note_cause fail certificate
     fi
 
     # Validity: days left, and the lifetime macOS accepts for a server certificate (825 days at most, 398 for
     # one from a public authority).
-    local end start days life
-    end=$(cert_epoch $not_after); start=$(cert_epoch $not_before)
+    local days life
     if [[ $end == <-> && $start == <-> ]]; then
         days=$(( (end - EPOCHSECONDS) / 86400 )) life=$(( (end - start) / 86400 ))
         if (( end < EPOCHSECONDS )); then
-            orv_result FAIL "$role $host: the certificate expired on $not_after"
+            fail renew "$role $EP_NAME: the certificate expired on $not_after"
             orv_row FAIL "Expiry" "expired on $not_after"
-            note_cause fail service
         elif (( start > EPOCHSECONDS )); then
-            orv_result FAIL "$role $host: the certificate is not valid before $not_before (is this Mac's clock right?)"
+            fail clock "$role $EP_NAME: the certificate is not valid before $not_before (is this Mac's clock right?)"
             orv_row FAIL "Expiry" "not valid before $not_before: check this Mac's date and time"
-            note_cause fail clock
         elif (( days < 30 )); then
-            orv_result WARN "$role $host: the certificate expires in $days days ($not_after)"
+            orv_result WARN "$role $EP_NAME: the certificate expires in $days days ($not_after)"
             orv_row WARN "Expiry" "$not_after, $days days left"
             note_cause warn renew
         else
-            orv_result OK "$role $host: the certificate is valid for $days more days"
+            orv_result OK "$role $EP_NAME: the certificate is valid for $days more days"
             orv_row OK "Expiry" "$not_after, $days days left"
         fi
         if (( life > 825 )); then
-            orv_result FAIL "$role $host: the certificate is valid for $life days in all; macOS refuses more than 825"
+            fail renew "$role $EP_NAME: the certificate is valid for $life days in all; macOS refuses more than 825"
             orv_row FAIL "Lifetime" "$life days from $not_before: macOS refuses server certificates valid for more than 825 days"
-            note_cause fail service
         elif (( life > 398 )); then
             orv_row WARN "Lifetime" "$life days: macOS accepts more than 398 days only from a private authority"
-            orv_result WARN "$role $host: the certificate is valid for $life days in all (over 398)"
+            orv_result WARN "$role $EP_NAME: the certificate is valid for $life days in all (over 398)"
         fi
     else
         orv_row WARN "Expiry" "cannot read the dates: $not_before to $not_after"
@@ -567,9 +652,8 @@ judge_certificate() {
         [[ $kalg == id-ecPublicKey ]] && { kind=EC; least=256 }
         shown="$kind $bits bits${${kind:#RSA}:+${curve:+ ($curve)}}"
         if (( bits < least )); then
-            orv_result FAIL "$role $host: the certificate's key is $shown; macOS requires $least bits or more"
+            fail renew "$role $EP_NAME: the certificate's key is $shown; macOS requires $least bits or more"
             orv_row FAIL "Key" "$shown: macOS requires at least $least bits"
-            note_cause fail service
         else
             orv_row OK "Key" "$shown"
         fi ;;
@@ -588,9 +672,8 @@ judge_certificate() {
         [[ $sig == (#i)*(sha1|md5|md2)* ]] && weak+="${weak:+; }$sig in ${subj## #}"
     done
     if [[ -n $weak ]]; then
-        orv_result FAIL "$role $host: a certificate of the chain is signed with a broken hash ($weak)"
+        fail renew "$role $EP_NAME: a certificate of the chain is signed with a broken hash ($weak)"
         orv_row FAIL "Signature" "$weak: SHA-1 and MD5 signatures are refused"
-        note_cause fail service
     else
         orv_row OK "Signature" "${sigs:-not reported}"
     fi
@@ -601,9 +684,8 @@ judge_certificate() {
     if [[ $eku == *"TLS Web Server Authentication"* || $eku == *serverAuth* ]]; then
         orv_row OK "Purpose" "$eku"
     else
-        orv_result FAIL "$role $host: the certificate is not marked for server authentication, which macOS requires"
+        fail renew "$role $EP_NAME: the certificate is not marked for server authentication, which macOS requires"
         orv_row FAIL "Purpose" "${eku:-no extended key usage}: macOS requires TLS Web Server Authentication"
-        note_cause fail service
     fi
 
     # Chain: the TLS library's verdict, and on macOS the Keychain's, which is what the client trusts.
@@ -620,12 +702,11 @@ judge_certificate() {
         fi
     fi
     if (( chain_ok )); then
-        orv_result OK "$role $host: certificate chain verified"
+        orv_result OK "$role $EP_NAME: certificate chain verified"
         orv_row OK "Chain" "$chain_text"
     else
-        orv_result FAIL "$role $host: certificate chain not trusted ($chain_text)"
+        fail certificate "$role $EP_NAME: certificate chain not trusted ($chain_text)"
         orv_row FAIL "Chain" "$chain_text"
-        note_cause fail certificate
     fi
 
     # Revocation: a stapled OCSP answer saves the client a query to the authority; a certificate marked
@@ -635,18 +716,16 @@ judge_certificate() {
     [[ $out == (#b)*Cert\ Status:\ ([a-z]##)* ]] && cstat=$match[1]
     if [[ $out == *"OCSP Response Status: successful"* ]]; then
         if [[ $cstat == revoked ]]; then
-            orv_result FAIL "$role $host: the stapled OCSP answer says the certificate is revoked"
+            fail renew "$role $EP_NAME: the stapled OCSP answer says the certificate is revoked"
             orv_row FAIL "OCSP stapling" "stapled: revoked"
-            note_cause fail service
         else
             orv_row OK "OCSP stapling" "stapled (status: ${cstat:-not given})"
         fi
     elif [[ $out == *"OCSP response: no response sent"* ]]; then
         staple="not stapled: the client asks the authority itself"
         if (( must )); then
-            orv_result FAIL "$role $host: the certificate requires OCSP stapling, but none was sent"
+            fail renew "$role $EP_NAME: the certificate requires OCSP stapling, but none was sent"
             orv_row FAIL "OCSP stapling" "not stapled, but the certificate requires it (must staple)"
-            note_cause fail service
         else
             orv_row INFO "OCSP stapling" "$staple"
         fi
@@ -684,7 +763,7 @@ for ep in $ENDPOINTS; do
     role="Endpoint"; [[ $ep == $ORV_FRONTEND ]] && role="Front end"
     check_endpoint "$role" $ep tls
 done
-(( k == 0 )) && { orv_result FAIL "No endpoints to check: ORVANTA_ENDPOINTS is empty"; orv_para note "No endpoints were configured." }
+(( k == 0 )) && { fail target "No endpoints to check: ORVANTA_ENDPOINTS is empty"; orv_para note "No endpoints were configured." }
 
 # --- The connector process
 orv_step "Process '$ORV_CONNECTOR_PROCESS'"
@@ -719,18 +798,28 @@ else
     orv_para note "No relay was checked: $ORV_RELAY_SOURCE."
 fi
 
-# --- Timings side by side, under the endpoints' heading: each phase as a figure and as a bar on one scale.
+# --- Timings side by side, under the endpoints' heading: each phase as a figure and as a bar on one scale. An
+# endpoint that stopped shows the phase it stopped at, and why, where its bars would be.
 if (( ${#TIMING_ROWS} )); then
     typeset -F scale=0
-    for line in $TIMING_ROWS; do f=("${(@ps:\t:)line}"); (( f[7] > scale )) && scale=$f[7]; done
+    typeset -a phase_names=(DNS connect TLS "first byte")
+    for line in $TIMING_ROWS; do f=("${(@ps:\t:)line}"); [[ -z $f[9] ]] && (( f[7] > scale )) && scale=$f[7]; done
     typeset -a ttable=("<table class=\"timing\"><thead><tr><th>Endpoint</th><th>Address</th><th>DNS</th><th>Connect</th><th>TLS</th><th>First byte</th><th>Total</th><th>HTTP</th><th>Phases</th></tr></thead><tbody>")
     for line in $TIMING_ROWS; do
         f=("${(@ps:\t:)line}")
         row="<tr>"
         for (( i = 1; i <= 8; i++ )); do
-            c=$f[i]; (( i >= 3 && i <= 7 )) && c=${c:+$c ms}
+            c=$f[i]
+            if [[ -n $f[9] ]] && (( i == f[9] + 2 )); then
+                orv_esc "$c"; row+="<td class=\"stop\">$REPLY</td>"
+                orv_esc "stopped at ${phase_names[f[9]]}: $f[10]"
+                row+="<td class=\"why\" colspan=\"$(( 9 - i ))\">$REPLY</td>"
+                break
+            fi
+            (( i >= 3 && i <= 7 )) && c=${c:+$c ms}
             orv_esc "${c:--}"; row+="<td>$REPLY</td>"
         done
+        [[ -n $f[9] ]] && { ttable+=("$row</tr>"); continue }
         row+="<td><div class=\"bar\">"
         for (( i = 3; i <= 6; i++ )); do
             [[ -n $f[i] ]] && (( scale > 0 )) || continue
@@ -739,13 +828,15 @@ if (( ${#TIMING_ROWS} )); then
         done
         ttable+=("$row</div></td></tr>")
     done
-    ttable+=("</tbody></table>" "<p class=\"note\">Times as curl measures them, each phase on its own: <span class=\"key p1\"></span>DNS <span class=\"key p2\"></span>connect <span class=\"key p3\"></span>TLS <span class=\"key p4\"></span>first byte; the bars share one scale, the slowest total filling the cell.</p>")
+    ttable+=("</tbody></table>" "<p class=\"note\">Times as curl measures them, each phase on its own: <span class=\"key p1\"></span>DNS <span class=\"key p2\"></span>connect <span class=\"key p3\"></span>TLS <span class=\"key p4\"></span>first byte; the bars share one scale, the slowest total filling the cell. An endpoint that stopped shows, in red, the phase it stopped at and why; the phases before it are this check's own measurements (the name lookup through the system resolver).</p>")
     ORV_BODY=("${(@)ORV_BODY[1,TIMING_AT]}" $ttable "${(@)ORV_BODY[TIMING_AT+1,-1]}")
 fi
-ORV_CSS+='table.timing td:nth-child(n+3):nth-child(-n+8),table.timing th:nth-child(n+3):nth-child(-n+8){white-space:nowrap;text-align:right}
-table.timing td:last-child{width:22%;min-width:90px}
+ORV_CSS+='table.timing td:nth-child(n+3):nth-child(-n+8):not(.why),table.timing th:nth-child(n+3):nth-child(-n+8){white-space:nowrap;text-align:right}
+table.timing td:last-child:not(.why){width:22%;min-width:90px}
 .bar{display:flex;height:12px;background:#eef1f6;border-radius:3px;overflow:hidden}
 .bar span,.key{display:block;height:12px}.key{display:inline-block;width:10px;height:10px;margin:0 3px 0 8px;border-radius:2px}
+table.timing td.stop{color:var(--fail);font-weight:600}
+table.timing td.why{color:var(--fail)}
 .p1{background:#8e6cc0}.p2{background:#2f8fd8}.p3{background:#e39b2d}.p4{background:#3aa76d}
 '
 
@@ -761,7 +852,7 @@ if (( ${#CAUSE_FAIL} )); then
     elif [[ -n $CAUSE_FAIL[dns] ]]; then orv_next_steps dns
     elif [[ -n $CAUSE_FAIL[tcp] ]]; then orv_next_steps firewall
     elif [[ -n $CAUSE_FAIL[refused] ]]; then
-        orv_next_steps service "A server of the service refused the connection: nothing listens there, or a firewall rejects it. Send this report to support, and to your network administrator if other people reach the service from elsewhere."
+        orv_next_steps service "A server of the service refused the connection: it answered, so the way there works, but nothing listens on that port or the service there is down. Check that the port is the right one; if it is, send this report to support."
     elif [[ -n $CAUSE_FAIL[handshake] ]]; then
         orv_next_steps firewall "The service accepted the connection, but the encrypted handshake did not complete: a firewall that inspects traffic, or the service itself, is at fault. Send this report to your network administrator, and to support if nothing is found there."
     elif [[ -n $CAUSE_FAIL[certificate] ]]; then orv_next_steps certificate
@@ -789,7 +880,8 @@ done
 ORV_BODY=($summary "</tbody></table>" $ORV_BODY)
 # A failing verdict keeps its warnings: an expiring certificate or a proxy matters as much then.
 typeset -a vlines=()
-for c in $ORV_FAILURES; do vlines+=("FAIL"$'\t'"$c"); done
+typeset tab=$'\t'
+for (( i = 1; i <= ${#ORV_FAILURES}; i++ )); do vlines+=("FAIL$tab$ORV_FAILURES[i]${FAIL_STEPS[i]:+$tab$FAIL_STEPS[i]}"); done
 for c in $ORV_WARNINGS; do vlines+=("WARN"$'\t'"$c"); done
 if (( ORV_FAILED )); then
     vclass=fail; vtitle="$ORV_FAILED of $(( ORV_FAILED + ORV_PASSED )) checks failed"

@@ -43,10 +43,12 @@ TRAPINT() { orv_subshell_stop 130; STOP=1; STOP_REASON="stopped by an interrupt"
 
 # --- Targets: id → label, role, kind (dns, icmp, tcp), host, port.
 typeset -ga T_LABEL T_ROLE T_KIND T_HOST T_PORT T_STATE T_SINCE T_LOSTRUN T_P95 T_JITTER
+typeset -ga T_WHOLE   # 1 where the probe's tool times in whole milliseconds (dig): its 0 is an answer within one
 typeset -ga NOTES
 add_target() {
     T_LABEL+=("$1"); T_ROLE+=("$2"); T_KIND+=("$3"); T_HOST+=("$4"); T_PORT+=("$5")
     T_STATE+=(new); T_SINCE+=(0); T_LOSTRUN+=(0)
+    if [[ $3 == dns ]] && (( $+commands[dig] )); then T_WHOLE+=(1); else T_WHOLE+=(0); fi
     : > $WORK/s.${#T_LABEL}
     orv_say "   target ${#T_LABEL}: $1 ($3 probe${4:+ to $4}${5:+ port $5})"
 }
@@ -135,19 +137,21 @@ probe() {
     rc=$?
     if (( rc == 0 )) && [[ $REPLY == [0-9.]## ]]; then
         print -r -- "ok $REPLY"
-    elif (( rc == 124 )); then
+    elif (( rc == 124 )) || [[ $REPLY == (#i)*(timed\ out|no\ servers|no\ answer)* ]]; then
         print -r -- "fail no answer within $(printf %g $PROBE_TIMEOUT)s"
-    elif [[ $T_KIND[i] == tcp ]]; then
-        print -r -- "fail connection refused or unreachable"
+    elif [[ $REPLY == (#i)*refused* ]]; then
+        print -r -- "fail connection refused"
     else
         print -r -- "fail ${${REPLY:-no answer}//[$'\n\t']/ }"
     fi
 }
 
 # --- Figures, shared by the minute summaries and the report.
-# fmt_ms VALUE: REPLY is a latency for people, "-" for none; two decimals under 1 ms (loopback, a wired LAN).
+# fmt_ms VALUE [WHOLE]: REPLY is a latency for people, "-" for none; two decimals under 1 ms (loopback, a wired
+# LAN), or "<1 ms" when WHOLE is 1 (a tool that times in whole milliseconds).
 fmt_ms() {
     if [[ $1 == - ]]; then REPLY=-
+    elif (( $1 < 1 && ${2:-0} )); then REPLY="<1 ms"
     elif (( $1 < 1 )); then printf -v REPLY '%.2f ms' $1
     else printf -v REPLY '%.1f ms' $1
     fi
@@ -199,10 +203,10 @@ while (( ! STOP )); do
             print -r -- "$round_start $ms" >> $WORK/s.$i
             M_VALS[i]+=" $ms"
             if [[ $T_STATE[i] == down ]]; then
-                fmt_ms $ms
+                fmt_ms $ms $T_WHOLE[i]
                 orv_say "UP    $T_LABEL[i]: answering again ($REPLY) after $(( t_now - T_SINCE[i] )) s, $T_LOSTRUN[i] probe(s) lost"
             elif [[ $T_STATE[i] == new ]]; then
-                fmt_ms $ms
+                fmt_ms $ms $T_WHOLE[i]
                 orv_say "UP    $T_LABEL[i]: $REPLY"
             fi
             T_STATE[i]=up; T_LOSTRUN[i]=0
@@ -221,7 +225,7 @@ while (( ! STOP )); do
         line=""
         for (( i = 1; i <= ${#T_LABEL}; i++ )); do
             latency_stats ${=M_VALS[i]}
-            fmt_ms $S_MEDIAN; md=$REPLY; fmt_ms $S_JITTER
+            fmt_ms $S_MEDIAN $T_WHOLE[i]; md=$REPLY; fmt_ms $S_JITTER $T_WHOLE[i]
             line+="${line:+ | }$T_LABEL[i] $(( ${#${=M_VALS[i]}} ))/${M_SENT[i]:-0} ok, median $md, jitter $REPLY"
             M_SENT[i]=0; M_VALS[i]=""
         done
@@ -271,16 +275,19 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
     latency_stats $lats
     T_P95[i]=$S_P95; T_JITTER[i]=$S_JITTER
     (( ${#lats} < 8 )) && T_JITTER[i]=-   # too few answers to judge: one stalled probe would decide it
-    fmt_ms $S_MIN; mn=$REPLY; fmt_ms $S_MEDIAN; md=$REPLY; fmt_ms $S_P95; p95=$REPLY; fmt_ms $S_MAX; mx=$REPLY
-    fmt_ms $S_JITTER; jit=$REPLY
+    w=$T_WHOLE[i]
+    fmt_ms $S_MIN $w; mn=$REPLY; fmt_ms $S_MEDIAN $w; md=$REPLY; fmt_ms $S_P95 $w; p95=$REPLY; fmt_ms $S_MAX $w; mx=$REPLY
+    fmt_ms $S_JITTER $w; jit=$REPLY
     loss="-"; (( sent )) && printf -v loss '%.1f%%' $(( 100.0 * lost / sent ))
+    # A target that had an outage (two or more probes lost in a row) fails here as it does in the outages table.
     st=OK; (( lost )) && { st=WARN; ANY_LOSS=1 }; (( sent && lost == sent )) && st=FAIL; (( sent )) || st=SKIP
+    for o in $OUTAGES; do parts=(${=o}); (( parts[3] == i && parts[4] >= 2 )) && st=FAIL; done
     orv_row $st "$T_LABEL[i]" "${T_KIND[i]/icmp/ping} ${T_HOST[i]}${T_PORT[i]:+:$T_PORT[i]}" $sent $lost $loss $mn $md $p95 $mx $jit
     orv_say "   ${(r:4:)st}  $T_LABEL[i]: $sent sent, $lost lost ($loss), median $md, 95th $p95, jitter $jit"
 done
 (( ${#T_LABEL} )) || orv_row SKIP "no targets" "" "" "" "" "" "" "" "" ""
 orv_table_end
-orv_para note "Median and 95th percentile of the answers; jitter: the mean difference between consecutive answers, as real-time media measures it (a remote-desktop session stutters when it is high)."
+orv_para note "Median and 95th percentile of the answers; jitter: the mean difference between consecutive answers, as real-time media measures it (a remote-desktop session stutters when it is high). Each time is the tool's own, not counting its start: DNS, dig's query time in whole milliseconds (<1 ms where dig says 0 msec; host and nslookup, where dig is missing, are timed with their start); gateway, ping's round trip; front end and relay, the TCP connect alone."
 for n in $NOTES; do orv_para note "Note: $n"; done
 
 # Outages: a run of consecutive lost probes of one target; runs of a single probe count as loss, not outage.
@@ -329,18 +336,29 @@ side_of() { # side_of IDS(comma separated): REPLY is the side
     else REPLY="undetermined"
     fi
 }
+# why_down ID START END: REPLY is why target ID was down from START to END, the reason most of its lost probes
+# then gave.
+why_down() {
+    local -A n
+    local l best=""
+    for l in ${(M)${(f)"$(<$WORK/s.$1)"}:#* - *}; do
+        (( ${l%% *} >= $2 && ${l%% *} <= $3 )) && n[${l#* - }]=$(( ${n[${l#* - }]:-0} + 1 ))
+    done
+    for l in ${(k)n}; do (( $n[$l] > ${n[$best]:-0} )) && best=$l; done
+    REPLY=${best:-no answer}
+}
 orv_section "Outages"
 typeset -gA SIDE_TIME
 typeset -ga SIDE_ORDER   # sides in the order of their first outage, so that equal downtimes go to the earlier
 if (( ${#CLUSTERS} )); then
-    orv_table "" "From" "To" "Duration" "Targets down" "Likely failed side"
+    orv_table "" "From" "To" "Duration" "Targets down, and why" "Likely failed side"
     for c in $CLUSTERS; do
         parts=(${=c}); ids=(${(s:,:)parts[3]})
+        labels=(); for i in $ids; do why_down $i $parts[1] $parts[2]; labels+=("$T_LABEL[i]: $REPLY"); done
         side_of $parts[3]
         (( ${SIDE_ORDER[(Ie)$REPLY]} )) || SIDE_ORDER+=("$REPLY")
         SIDE_TIME[$REPLY]=$(( ${SIDE_TIME[$REPLY]:-0} + parts[2] - parts[1] ))
-        labels=(); for i in $ids; do labels+=($T_LABEL[i]); done
-        orv_row FAIL "$(fmt_clock $parts[1])" "$(fmt_clock $parts[2])" "$(fmt_dur $(( parts[2] - parts[1] )))" "${(j:, :)labels}" "$REPLY"
+        orv_row FAIL "$(fmt_clock $parts[1])" "$(fmt_clock $parts[2])" "$(fmt_dur $(( parts[2] - parts[1] )))" "${(j:; :)labels}" "$REPLY"
     done
     orv_table_end
 else
@@ -351,53 +369,71 @@ fi
 # --- Timeline: one lane per target, on the lane's own scale. The answers are gathered per interval, at most 240
 # intervals across the run (two minutes each over eight hours), so that a long run stays as readable as a short
 # one: a band from the lowest to the highest answer of each interval, the interval's median as a line, lost
-# probes as ticks at the foot of the lane (taller for a larger share), and outages as solid bands.
+# probes as ticks at the foot of the lane (taller for a larger share), and outages as solid bands. Answers above
+# the lane's top are cut there and marked, so that a spike never hides.
 typeset -F span=$(( STOPPED_AT - START )); (( span < INTERVAL )) && span=$INTERVAL
 # Intervals are never shorter than the probe rhythm, so that each holds at least one round.
 integer NB=$(( int(ceil(span / INTERVAL)) )); (( NB > 240 )) && NB=240; (( NB < 1 )) && NB=1
 typeset -F BW=$(( span / NB ))
-# The lane's scale is written in the right margin, inside the picture, so no width can cut it off.
-integer W=960 LX=190 PW=700 LH=44 GAP=12 TOP=24
-integer H=$(( TOP + ${#T_LABEL} * (LH + GAP) + 24 ))
-typeset -i b run_n
-typeset -F x run_t=-1 t scale
+# The chart takes the report's width: text is placed in pixels and percentages, never scaled, and each lane's
+# drawing is a picture of its own (PW units wide) stretched across the plot, which ends at PLOT % of the width;
+# the scale stands in the margin right of it.
+integer PW=1000 LH=48 GAP=24 TOP=20 PLOT=92
+integer H=$(( TOP + ${#T_LABEL} * (LH + GAP) + 4 ))
+typeset -i b run_n ncut
+typeset -F x run_t=-1 t scale top cutmax
 typeset -a bv bl bs   # per interval of the lane being drawn: answers, lost probes, probes sent
-typeset -a l_band l_line l_tick l_out dn
-svg=("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"$W\" height=\"$H\" viewBox=\"0 0 $W $H\" font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">")
+typeset -a l_band l_line l_tick l_out l_cut dn cut_text
+svg=("<svg class=\"chart\" xmlns=\"http://www.w3.org/2000/svg\" width=\"100%\" height=\"$H\" font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">")
 for f in 0 0.25 0.5 0.75 1; do
-    x=$(( LX + int(f * PW) ))
-    svg+=("<line x1=\"${x%.*}\" y1=\"$TOP\" x2=\"${x%.*}\" y2=\"$(( H - 20 ))\" stroke=\"#e3e7ee\"/>")
+    printf -v x '%.2f' $(( f * PLOT ))
+    svg+=("<line x1=\"$x%\" y1=\"$TOP\" x2=\"$x%\" y2=\"$(( H - 4 ))\" stroke=\"#e3e7ee\"/>")
     anchor=middle; (( f == 0 )) && anchor=start; (( f == 1 )) && anchor=end
-    svg+=("<text x=\"${x%.*}\" y=\"$(( H - 6 ))\" text-anchor=\"$anchor\" fill=\"#667085\">$(fmt_clock $(( START + f * span )))</text>")
+    svg+=("<text x=\"$x%\" y=\"12\" text-anchor=\"$anchor\" fill=\"#667085\">$(fmt_clock $(( START + f * span )))</text>")
 done
-# x_of TIME: REPLY is the x coordinate of an instant, kept inside the plot.
-x_of() { local -F v=$(( LX + ($1 - START) / span * PW )); (( v > LX + PW )) && v=$(( LX + PW )); (( v < LX )) && v=$LX; printf -v REPLY '%.1f' $v }
-# y_of MS: REPLY is the y coordinate of a latency in the current lane; values beyond the scale stay at its top.
-y_of() { local -F v=$1; (( v > scale )) && v=$scale; printf -v REPLY '%.1f' $(( y0 + LH - 2 - v / scale * (LH - 4) )) }
+# nice_top MS: REPLY is the least round value (1, 1.2, 1.5, 2, 2.5, 3, 4, 5, 6 or 8 times a power of ten) at or
+# above MS, so that the lane's top and its middle read as plain numbers.
+nice_top() {
+    local -F p=$(( 10.0 ** floor(log10($1)) )) m
+    for m in 1 1.2 1.5 2 2.5 3 4 5 6 8 10; do (( m * p >= $1 * 0.9999 )) && break; done
+    printf -v REPLY '%g' $(( m * p ))
+}
+# scale_text MS: REPLY is a value of the scale as written beside it ("7.5 ms", "0").
+scale_text() { if (( $1 > 0 )); then printf -v REPLY '%g ms' $1; else REPLY=0; fi }
+# x_of TIME: REPLY is the x coordinate of an instant in the lane's picture, kept inside it.
+x_of() { local -F v=$(( ($1 - START) / span * PW )); (( v > PW )) && v=$PW; (( v < 0 )) && v=0; printf -v REPLY '%.1f' $v }
+# y_of MS: REPLY is the y coordinate of a latency in the lane's picture; values beyond the scale stay at its top.
+y_of() { local -F v=$1; (( v > scale )) && v=$scale; printf -v REPLY '%.1f' $(( LH - 2 - v / scale * (LH - 4) )) }
 # Ends the band and the median line where an interval had no answer.
 flush_lane() {
     [[ -n $up ]] && l_band+=("<polygon class=\"band\" points=\"$up${(j: :)dn}\" fill=\"#1f5fbf\" fill-opacity=\".22\"/>")
     if (( ${#${=pts}} > 1 )); then
-        l_line+=("<polyline class=\"median\" points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\"/>")
+        l_line+=("<polyline class=\"median\" points=\"$pts\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\" vector-effect=\"non-scaling-stroke\"/>")
     elif [[ -n $pts ]]; then
-        l_line+=("<circle class=\"median\" cx=\"${pts%%,*}\" cy=\"${${pts#*,}%% *}\" r=\"1.5\" fill=\"#1f5fbf\"/>")
+        l_line+=("<rect class=\"median\" x=\"$(( ${pts%%,*} - 1 ))\" y=\"$(( ${${pts#*,}%% *} - 1 ))\" width=\"2\" height=\"2\" fill=\"#1f5fbf\"/>")
     fi
     up=""; dn=(); pts=""
 }
 for (( i = 1; i <= ${#T_LABEL}; i++ )); do
-    y0=$(( TOP + (i - 1) * (LH + GAP) ))
-    label=$T_LABEL[i]; (( ${#label} > 30 )) && label="${label[1,29]}…"
+    y0=$(( TOP + 18 + (i - 1) * (LH + GAP) ))
+    label=$T_LABEL[i]; (( ${#label} > 60 )) && label="${label[1,59]}…"
     orv_esc "$label"
-    svg+=("<text x=\"4\" y=\"$(( y0 + LH / 2 + 4 ))\" fill=\"#1d2433\">$REPLY</text>")
-    svg+=("<rect x=\"$LX\" y=\"$y0\" width=\"$PW\" height=\"$LH\" fill=\"#f7f9fc\" stroke=\"#e3e7ee\"/>")
-    scale=${${T_P95[i]:--}/-/1}
-    (( scale = scale * 1.25, scale < 1 ? (scale = 1) : 0 ))
-    printf -v REPLY '%.0f ms' $scale
-    svg+=("<text x=\"$(( W - 4 ))\" y=\"$(( y0 + 10 ))\" text-anchor=\"end\" fill=\"#667085\">$REPLY</text>")
+    svg+=("<text x=\"0\" y=\"$(( y0 - 5 ))\" fill=\"#1d2433\">$REPLY</text>")
+    svg+=("<rect x=\"0\" y=\"$y0\" width=\"$PLOT%\" height=\"$LH\" fill=\"#f7f9fc\" stroke=\"#e3e7ee\"/>")
+    svg+=("<line x1=\"0\" y1=\"$(( y0 + LH / 2 ))\" x2=\"$PLOT%\" y2=\"$(( y0 + LH / 2 ))\" stroke=\"#d0d5dd\" stroke-dasharray=\"3 3\"/>")
+    # A tool that times in whole milliseconds has no finer scale than one.
+    top=${${T_P95[i]:--}/-/1}
+    (( top = top * 1.25, top < (T_WHOLE[i] ? 1 : 0.1) ? (top = T_WHOLE[i] ? 1 : 0.1) : 0 ))
+    nice_top $top; scale=$REPLY
+    # The scale: the lane's top, its middle (the dashed line) and its foot.
+    for f in 1 0.5 0; do
+        scale_text $(( f * scale ))
+        svg+=("<text class=\"scale\" x=\"100%\" y=\"$(( y0 + 4 + int((1 - f) * (LH - 8)) + (f == 1 ? 4 : 0) ))\" text-anchor=\"end\" fill=\"#667085\">$REPLY</text>")
+    done
     # One pass in time order. A run of two or more lost probes is an outage: one band from its first probe to
     # the next probe that answered (or one interval past its last), however long the probes took.
-    bv=(); bl=(); bs=(); l_band=(); l_line=(); l_tick=(); l_out=()
-    run_t=-1; run_n=0; t=$START
+    bv=(); bl=(); bs=(); l_band=(); l_line=(); l_tick=(); l_out=(); l_cut=()
+    run_t=-1; run_n=0; t=$START; ncut=0; cutmax=0; cut_at=0
     for l in ${(f)"$(<$WORK/s.$i)"} "end"; do
         if [[ $l == end ]]; then t=$(( t + INTERVAL )); v=end; else t=${l%% *}; v=${${l#* }%% *}; fi
         (( b = int((t - START) / BW) + 1, b > NB ? (b = NB) : 0, b < 1 ? (b = 1) : 0 ))   # its interval
@@ -409,17 +445,18 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
         if (( run_n >= 2 )); then
             x_of $run_t; bx=$REPLY; x_of $t
             printf -v REPLY '%.1f' $(( REPLY - bx > 1 ? REPLY - bx : 1 ))
-            l_out+=("<rect class=\"outage\" x=\"$bx\" y=\"$y0\" width=\"$REPLY\" height=\"$LH\" fill=\"#c62828\"/>")
+            l_out+=("<rect class=\"outage\" x=\"$bx\" y=\"0\" width=\"$REPLY\" height=\"$LH\" fill=\"#c62828\"/>")
         fi
         run_t=-1; run_n=0
         [[ $v == end ]] && break
         (( bs[b]++ )); bv[b]+=" $v"
+        (( v > scale )) && { (( ncut++ )); (( v > cutmax )) && { cutmax=$v; cut_at=$b } }
     done
     up=""; dn=(); pts=""
     for (( b = 1; b <= NB; b++ )); do
         (( ${bs[$b]:-0} )) || continue
-        printf -v xl '%.1f' $(( LX + (b - 1.0) * PW / NB ))
-        printf -v xr '%.1f' $(( LX + b * 1.0 * PW / NB ))
+        printf -v xl '%.1f' $(( (b - 1.0) * PW / NB ))
+        printf -v xr '%.1f' $(( b * 1.0 * PW / NB ))
         if [[ -n ${bv[$b]} ]]; then
             latency_stats ${=bv[$b]}
             y_of $S_MAX; yt=$REPLY; y_of $S_MIN; yb=$REPLY
@@ -427,22 +464,34 @@ for (( i = 1; i <= ${#T_LABEL}; i++ )); do
             (( yb - yt < 1 )) && { printf -v yt '%.1f' $(( yt - 0.5 )); printf -v yb '%.1f' $(( yb + 0.5 )) }
             up+="$xl,$yt $xr,$yt "; dn=("$xr,$yb $xl,$yb" $dn)
             y_of $S_MEDIAN; printf -v REPLY '%.1f,%s ' $(( (xl + xr) / 2 )) $REPLY; pts+=$REPLY
+            # Cut at the top: a dark tick over the interval.
+            (( S_MAX > scale )) && l_cut+=("<rect class=\"cut\" x=\"$xl\" y=\"0\" width=\"$(( xr - xl ))\" height=\"4\" fill=\"#1d2433\"/>")
         else
             flush_lane
         fi
         if (( ${bl[$b]:-0} )); then
             typeset -F th=$(( 2 + bl[$b] * 1.0 / bs[$b] * (LH / 2 - 2) ))   # at most half the lane: unlike an outage
-            printf -v REPLY 'x="%s" y="%.1f" width="%.1f" height="%.1f"' $xl $(( y0 + LH - th )) $(( xr - xl )) $th
+            printf -v REPLY 'x="%s" y="%.1f" width="%.1f" height="%.1f"' $xl $(( LH - th )) $(( xr - xl )) $th
             l_tick+=("<rect class=\"loss\" $REPLY fill=\"#e8833a\"/>")
         fi
     done
     flush_lane
-    svg+=($l_band $l_line $l_tick $l_out)
+    svg+=("<svg x=\"0\" y=\"$y0\" width=\"$PLOT%\" height=\"$LH\" viewBox=\"0 0 $PW $LH\" preserveAspectRatio=\"none\">" $l_band $l_line $l_tick $l_out $l_cut "</svg>")
+    if (( ncut )); then
+        # The highest answer cut, written at its interval, inside the plot whatever the interval.
+        typeset -F cx=$(( (cut_at - 0.5) * PLOT / NB ))
+        anchor=middle; (( cx < 8 )) && anchor=start; (( cx > PLOT - 8 )) && anchor=end
+        fmt_ms $cutmax $T_WHOLE[i]
+        svg+=("<text class=\"cut\" x=\"$(printf '%.2f' $cx)%\" y=\"$(( y0 + 15 ))\" text-anchor=\"$anchor\" fill=\"#1d2433\" stroke=\"#fff\" stroke-width=\"3\" paint-order=\"stroke\">▲ $REPLY</text>")
+        cut_text+=("$T_LABEL[i] ($ncut answer(s) above $(scale_text $scale; print -rn -- $REPLY), the highest $REPLY)")
+    fi
 done
 svg+=("</svg>")
 orv_section "Timeline"
 if (( BW >= 60 )); then interval_text=$(fmt_dur $BW); else printf -v interval_text '%.3g s' $BW; fi
-orv_para note "Each lane has its own scale (top of the lane = the value at the right), in intervals of $interval_text. Light blue: lowest to highest answer in each interval; blue line: the interval's median; orange ticks: lost probes, taller for a larger share; red: outages (two or more probes lost in a row)."
+cut_note="No answer lies above its lane's top."
+(( ${#cut_text} )) && cut_note="Answers above a lane's top are cut there: a dark tick at the top marks each interval with one, and ▲ gives the highest. Cut: ${(j:; :)cut_text}."
+orv_para note "Each lane has its own scale, from 0 at its foot to the value at its right, the dashed line at half of it; intervals of $interval_text. Light blue: lowest to highest answer in each interval; blue line: the interval's median; orange ticks: lost probes, taller for a larger share; red: outages (two or more probes lost in a row). $cut_note"
 orv_raw ${(j::)svg}
 
 # --- Verdict, what to do next, and the report

@@ -247,9 +247,10 @@ stats() {
 }
 ms() { printf -v REPLY '%.1f' $1 }
 
-# Private, shared and link-local addresses belong to the user's own network (or the office's).
+# Private (RFC 1918), carrier-grade NAT (100.64/10), link-local and loopback addresses, and IPv6 unique-local and
+# link-local ones, belong to the user's own network or their company's, wherever they stand on the path.
 is_private() {
-    [[ $1 == (10.*|192.168.*|172.(1[6-9]|2[0-9]|3[01]).*|169.254.*|127.*|[Ff][CcDd]*:*|[Ff][Ee][89AaBb]*:*|::1) ]]
+    [[ $1 == (10.*|192.168.*|172.(1[6-9]|2[0-9]|3[01]).*|100.(6[4-9]|[7-9][0-9]|1[01][0-9]|12[0-7]).*|169.254.*|127.*|[Ff][CcDd]*:*|[Ff][Ee][89AaBb]*:*|::1) ]]
 }
 
 # Where a finding lies, for the advice at the end: place HOP-INDEX reads the caller's kind, reached, H_NO and
@@ -260,7 +261,8 @@ place() {
     if (( reached && i == ${#H_NO} )); then REPLY=service; return; fi
     REPLY=local
     (( i == 1 )) && return
-    for (( j = 1; j <= i; j++ )); do
+    [[ -n $H_ADDR[i] ]] && { is_private ${H_ADDR[i]%% *} || REPLY=provider; return }
+    for (( j = 1; j < i; j++ )); do
         [[ -z $H_ADDR[j] ]] || is_private ${H_ADDR[j]%% *} || { REPLY=provider; return }
     done
 }
@@ -271,7 +273,7 @@ advise() { (( $1 > ADVICE_RANK )) && { ADVICE_RANK=$1; ADVICE=$2; ADVICE_CAUSE=$
 advice_for() { # advice_for PLACE FINDING: REPLY is the advice, ADVICE_PLACE the place
     ADVICE_PLACE=$1
     case $1 in
-    local) REPLY="$2, inside your own network. Restart your router, move closer to the Wi-Fi or use a cable, and run Trace Route again; at work, send this report to your IT department." ;;
+    local) REPLY="$2, inside your own network or your company's. Send this report to your IT department, or to whoever runs this network; at home, restart your router, move closer to the Wi-Fi or use a cable, and run Trace Route again." ;;
     provider) REPLY="$2, outside your own network. Send this report to your internet provider or IT department, and to Orvanta support if it persists." ;;
     service) REPLY="$2, at the Orvanta service itself while the way there is clean. Send this report to Orvanta support." ;;
     esac
@@ -470,10 +472,10 @@ trace_one() {
     local stop_at=0
     (( ! reached && ! fail_i && last_i > 0 )) && stop_at=$last_i
 
-    local at place_text
+    local at place_text rounds_text=""
     if (( fail_i )); then
         who_in ${H_ADDR[fail_i]%% *}; at=$REPLY
-        local rounds_text=""; (( markn[$failed_hop] < round )) && rounds_text=" in $markn[$failed_hop] of $round round(s)"
+        rounds_text=" in $markn[$failed_hop] of $round round${${round:#1}:+s}"
         orv_result FAIL "$label $host: hop $failed_hop ($at) answered: $mark[$failed_hop]$rounds_text"
         place $fail_i; advice_for $REPLY "A router at hop $failed_hop ($at) refused the path to the $noun"
         advise 5 $REPLY $ADVICE_PLACE
@@ -521,7 +523,7 @@ trace_one() {
     for (( i = 1; i <= n; i++ )); do
         remark=""; cls=""
         first=${H_ADDR[i]%% *}; others=${H_ADDR[i]#$first}; others=${others# }
-        (( i == fail_i )) && { remark=$mark[$H_NO[i]]; cls=" class=\"mark\"" }
+        (( i == fail_i )) && { remark=$mark[$H_NO[i]]$rounds_text; cls=" class=\"mark\"" }
         (( i == jump_at )) && { remark="latency jumps here (median +$(printf '%.0f' $jump) ms)"; cls=" class=\"mark\"" }
         (( i == loss_at )) && { remark="${remark:+$remark; }loss starts here and reaches the destination"; cls=" class=\"mark\"" }
         (( i == stop_at )) && { remark="${remark:+$remark; }replies stop after this hop"; cls=" class=\"mark\"" }
@@ -547,12 +549,14 @@ trace_one() {
 
 # chart JUMP-INDEX STOP-INDEX [STOP-TEXT]: the spread of each hop's replies from the caller's H_* figures: a line
 # from best to worst, a box over the middle half with the median across it, the loss under the hop's number;
-# silent hops as grey stars, the jump in red, a dashed line after the hop where the path ends.
+# silent hops as grey stars, the jump in red, a dashed line where the path ends: after the last hop that replied,
+# or through the hop that answered unreachable. The chart takes the report's width: across, everything is placed
+# in percent (the scale's labels in the first LX %), and text keeps its size in pixels.
 chart() {
     local ja=$1 sa=$2 stop_text=${3:-replies stop}
-    integer W=960 LX=64 PW=880 TOP=16 PH=150 H=212
-    local -F mx=0 q3max=0 bw x cx y1 y2 v
-    local i fill tip label colour
+    integer TOP=16 PH=150 H=212
+    local -F LX=7 PW=92 mx=0 q3max=0 bw x cx y1 y2 v half sx lx
+    local i fill tip label colour anchor
     for (( i = 1; i <= ${#H_NO}; i++ )); do
         [[ -n $H_WORST[i] ]] || continue
         (( H_WORST[i] > mx )) && mx=$H_WORST[i]
@@ -562,48 +566,49 @@ chart() {
     # longer lines end in an arrow with their value.
     (( q3max > 0 && mx > 2 * q3max )) && mx=$(( 2 * q3max ))
     (( mx = (mx > 0 ? mx : 1) * 1.1 ))
-    (( bw = PW / ${#H_NO}.0 ))
-    local -F half=$(( bw * 0.25 < 16 ? bw * 0.25 : 16 ))   # a lone hop gets a box, not a band
+    (( bw = PW / ${#H_NO}.0, half = bw * 0.25 < 2 ? bw * 0.25 : 2 ))   # a lone hop gets a box, not a band
     local fmt='%.0f ms'; (( mx < 10 )) && fmt='%.1f ms'; (( mx < 1 )) && fmt='%.2f ms'
     ypos() { (( REPLY = TOP + PH - (($1 < mx ? $1 : mx) / mx) * PH )) }
-    local -a s=("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"$W\" height=\"$H\" viewBox=\"0 0 $W $H\" font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">")
+    local -a s=("<svg class=\"chart\" xmlns=\"http://www.w3.org/2000/svg\" width=\"100%\" height=\"$H\" font-family=\"Helvetica,Arial,sans-serif\" font-size=\"11\">")
     for v in 0 0.5 1; do
         printf -v label $fmt $(( mx * v )); colour="#e6e9ef"
         (( v == 0 )) && { label=0; colour="#98a2b3" }
-        s+=("$(printf '<line x1="%d" y1="%.1f" x2="%d" y2="%.1f" stroke="%s"/>' $LX $(( TOP + PH - v * PH )) $(( LX + PW )) $(( TOP + PH - v * PH )) $colour)")
-        s+=("$(printf '<text x="%d" y="%.1f" text-anchor="end" fill="#667085">%s</text>' $(( LX - 4 )) $(( TOP + PH - v * PH + 4 )) "$label")")
+        s+=("$(printf '<line x1="%.2f%%" y1="%.1f" x2="%.2f%%" y2="%.1f" stroke="%s"/>' $LX $(( TOP + PH - v * PH )) $(( LX + PW )) $(( TOP + PH - v * PH )) $colour)")
+        s+=("$(printf '<text x="%.2f%%" y="%.1f" text-anchor="end" fill="#667085">%s</text>' $(( LX - 0.5 )) $(( TOP + PH - v * PH + 4 )) "$label")")
     done
     for (( i = 1; i <= ${#H_NO}; i++ )); do
         (( x = LX + (i - 1) * bw, cx = x + bw / 2 ))
+        if (( i == sa )); then
+            # After the last hop that replied, or through the one that answered unreachable; the label goes right of
+            # the line, or left of it near the chart's right edge.
+            colour="#b26a00" sx=$(( x + bw ))
+            [[ $stop_text == "replies stop" ]] || { colour="#c62828" sx=$cx }
+            lx=$(( sx + 0.5 )); anchor=start
+            (( lx > LX + PW - 12 )) && { lx=$(( sx - 0.5 )); anchor=end }
+            s+=("$(printf '<line class="stop" x1="%.2f%%" y1="%d" x2="%.2f%%" y2="%d" stroke="%s" stroke-dasharray="4 3"/>' $sx $TOP $sx $(( TOP + PH )) $colour)")
+            s+=("$(printf '<text x="%.2f%%" y="%d" text-anchor="%s" fill="%s" stroke="#fff" stroke-width="3" paint-order="stroke">%s</text>' $lx $(( TOP + 10 )) $anchor $colour $stop_text)")
+        fi
         if [[ -n $H_MED[i] ]]; then
             fill="#1f5fbf"; (( i == ja )) && fill="#c62828"
             orv_esc "hop $H_NO[i]: sent $H_SENT[i], loss $H_LOSS[i]%, best $H_BEST[i], avg $H_AVG[i], worst $H_WORST[i], stdev $H_SD[i] ms"; tip=$REPLY
             s+=("<g><title>$tip</title>")
             ypos $H_BEST[i]; y1=$REPLY; ypos $H_WORST[i]; y2=$REPLY
-            s+=("$(printf '<line x1="%.1f" y1="%.1f" x2="%.1f" y2="%.1f" stroke="%s"/>' $cx $y1 $cx $y2 $fill)")
+            s+=("$(printf '<line x1="%.2f%%" y1="%.1f" x2="%.2f%%" y2="%.1f" stroke="%s"/>' $cx $y1 $cx $y2 $fill)")
             if (( H_WORST[i] > mx )); then
-                s+=("$(printf '<text x="%.1f" y="%.1f" text-anchor="middle" fill="%s">▲ %s</text>' $cx $(( TOP - 4 + 12 )) $fill $H_WORST[i])")
+                s+=("$(printf '<text x="%.2f%%" y="%.1f" text-anchor="middle" fill="%s">▲ %s</text>' $cx $(( TOP - 4 + 12 )) $fill $H_WORST[i])")
             fi
             ypos $H_Q3[i]; y1=$REPLY; ypos $H_Q1[i]; y2=$REPLY
             (( y2 - y1 < 2 )) && (( y1 -= 1, y2 += 1 ))
-            s+=("$(printf '<rect x="%.1f" y="%.1f" width="%.1f" height="%.1f" fill="%s" fill-opacity="0.35" stroke="%s"/>' $(( cx - half )) $y1 $(( 2 * half )) $(( y2 - y1 )) $fill $fill)")
+            s+=("$(printf '<rect x="%.2f%%" y="%.1f" width="%.2f%%" height="%.1f" fill="%s" fill-opacity="0.35" stroke="%s"/>' $(( cx - half )) $y1 $(( 2 * half )) $(( y2 - y1 )) $fill $fill)")
             ypos $H_MED[i]
-            s+=("$(printf '<line x1="%.1f" y1="%.1f" x2="%.1f" y2="%.1f" stroke="%s" stroke-width="2"/></g>' $(( cx - half * 1.2 )) $REPLY $(( cx + half * 1.2 )) $REPLY $fill)")
+            s+=("$(printf '<line x1="%.2f%%" y1="%.1f" x2="%.2f%%" y2="%.1f" stroke="%s" stroke-width="2"/></g>' $(( cx - half * 1.2 )) $REPLY $(( cx + half * 1.2 )) $REPLY $fill)")
         else
-            s+=("$(printf '<text x="%.1f" y="%d" text-anchor="middle" fill="#98a2b3">*</text>' $cx $(( TOP + PH - 4 )))")
+            s+=("$(printf '<text x="%.2f%%" y="%d" text-anchor="middle" fill="#98a2b3">*</text>' $cx $(( TOP + PH - 4 )))")
         fi
-        s+=("$(printf '<text x="%.1f" y="%d" text-anchor="middle" fill="#667085">%s</text>' $cx $(( TOP + PH + 14 )) $H_NO[i])")
-        (( H_LOSS[i] > 0 )) && s+=("$(printf '<text x="%.1f" y="%d" text-anchor="middle" fill="#c62828">%.0f%%</text>' $cx $(( TOP + PH + 27 )) $H_LOSS[i])")
-        if (( i == sa )); then
-            # The label goes right of the line, or left of it when it would run past the chart's edge.
-            local -F lx=$(( x + bw + 3 )); local anchor=start; colour="#b26a00"
-            [[ $stop_text == "replies stop" ]] || colour="#c62828"
-            (( lx + 7 * ${#stop_text} > W )) && { lx=$(( x + bw - 3 )); anchor=end }
-            s+=("$(printf '<line x1="%.1f" y1="%d" x2="%.1f" y2="%d" stroke="%s" stroke-dasharray="4 3"/>' $(( x + bw )) $TOP $(( x + bw )) $(( TOP + PH )) $colour)")
-            s+=("$(printf '<text x="%.1f" y="%d" text-anchor="%s" fill="%s">%s</text>' $lx $(( TOP + 10 )) $anchor $colour $stop_text)")
-        fi
+        s+=("$(printf '<text x="%.2f%%" y="%d" text-anchor="middle" fill="#667085">%s</text>' $cx $(( TOP + PH + 14 )) $H_NO[i])")
+        (( H_LOSS[i] > 0 )) && s+=("$(printf '<text x="%.2f%%" y="%d" text-anchor="middle" fill="#c62828">%.0f%%</text>' $cx $(( TOP + PH + 27 )) $H_LOSS[i])")
     done
-    s+=("<text x=\"$(( LX + PW / 2 ))\" y=\"$(( H - 4 ))\" text-anchor=\"middle\" fill=\"#667085\">hop (loss below its number)</text></svg>")
+    s+=("$(printf '<text x="%.2f%%" y="%d" text-anchor="middle" fill="#667085">hop (loss below its number)</text></svg>' $(( LX + PW / 2 )) $(( H - 4 )))")
     orv_raw ${(j::)s}
     (( CHARTS++ )) || orv_para note "Each hop: the line runs from the best to the worst reply, the box covers the middle half of the replies and the bar across it is the median."
 }
