@@ -54,9 +54,13 @@ public:
             if (!app)
                 return false;
             // From macOS 14 activation is cooperative: the active application (this one, activated just
-            // before) hands its turn to the client, or the client's request may be refused.
-            if (@available(macOS 14.0, *))
+            // before) yields to the client, which a yield alone does not activate; activating it from this
+            // application completes the hand-over, and the system may still refuse it.
+            if (@available(macOS 14.0, *)) {
                 [NSApp yieldActivationToApplication:app];
+                return [app activateFromApplication:NSRunningApplication.currentApplication
+                                            options:NSApplicationActivationOptions(options)];
+            }
             [app activateWithOptions:NSApplicationActivationOptions(options)];
             return true;
         }
