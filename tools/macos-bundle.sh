@@ -140,8 +140,23 @@ dmg() {
     staging=$(mktemp -d)
     ditto "$app" "$staging/$(basename "$app")"
     ln -s /Applications "$staging/Applications"
-    rm -f "$image"
-    hdiutil create -volname "Orvanta Mac Toolkit" -srcfolder "$staging" -fs HFS+ -format UDZO "$image"
+    # On hosted runners hdiutil now and then fails with "Resource busy" while something still holds the
+    # folder or the new image; a few more tries after a pause get past it. Any other failure is final.
+    local tries=${HDIUTIL_TRIES:-5} try output
+    for ((try = 1; ; try++)); do
+        rm -f "$image"
+        if output=$(hdiutil create -volname "Orvanta Mac Toolkit" -srcfolder "$staging" -fs HFS+ -format UDZO \
+            "$image" 2>&1); then
+            echo "$output"
+            break
+        fi
+        if [[ $output != *"Resource busy"* ]] || ((try >= tries)); then
+            rm -rf "$staging"
+            die "hdiutil create failed (try $try of $tries): $output"
+        fi
+        echo "macos-bundle: hdiutil create: resource busy (try $try of $tries), trying again" >&2
+        sleep "${HDIUTIL_PAUSE:-5}"
+    done
     rm -rf "$staging"
     local identity=${CODESIGN_IDENTITY:--}
     if [ "$identity" != "-" ]; then
