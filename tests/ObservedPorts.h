@@ -34,6 +34,12 @@ public:
         return m_trustThreads;
     }
 
+    // The names of the threads that asked for the Apple Events permission with the consent prompt, in order.
+    QStringList requestThreads() const {
+        QMutexLocker lock(&m_mutex);
+        return m_requestThreads;
+    }
+
     // Milliseconds since the ports were made, on the clock that times the permission checks.
     qint64 elapsed() const { return m_clock.elapsed(); }
     QList<qint64> permissionCheckTimes() const {
@@ -90,6 +96,8 @@ public:
         {
             QMutexLocker lock(&m_mutex);
             m_permissionCheckTimes << m_clock.elapsed();
+            if (askUser)
+                m_requestThreads << QThread::currentThread()->objectName();
         }
         ++permissionChecks;
         return status;
@@ -100,6 +108,7 @@ private:
     QElapsedTimer m_clock;
     mutable QMutex m_mutex;
     QStringList m_trustThreads;
+    QStringList m_requestThreads;
     QList<qint64> m_permissionCheckTimes;
     QList<qint64> m_trustCheckNanos;
 };

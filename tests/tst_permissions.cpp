@@ -26,13 +26,24 @@ bool waitForChecks(const ObservedPorts& ports, int count) {
 class PermissionsTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void grantedAtStartAndUnchangedPollsPublishNothing_data();
     void grantedAtStartAndUnchangedPollsPublishNothing();
     void trustRevokedAndGrantedAgain();
     void appleEventsCheckNeverPrompts();
+    void requestWaitsForSystemEvents_data();
+    void requestWaitsForSystemEvents();
     void releasedWithPublicationQueued();
 };
 
+void PermissionsTest::grantedAtStartAndUnchangedPollsPublishNothing_data() {
+    QTest::addColumn<int>("starts");
+    QTest::newRow("started once") << 1;
+    // A second start replaces the timer: two would poll twice an interval.
+    QTest::newRow("started twice") << 2;
+}
+
 void PermissionsTest::grantedAtStartAndUnchangedPollsPublishNothing() {
+    QFETCH(int, starts);
     SimulatedDesktop desktop(clientWorld());
     ObservedPorts ports(desktop);
     PermissionsService service(ports.platform(), nullptr, interval);
@@ -42,7 +53,8 @@ void PermissionsTest::grantedAtStartAndUnchangedPollsPublishNothing() {
     QSignalSpy axSpy(&service, &PermissionsService::axTrustedChanged);
     QSignalSpy aeSpy(&service, &PermissionsService::aeAuthorizedChanged);
     const qint64 started = ports.elapsed();
-    service.start();
+    for (int i = 0; i < starts; ++i)
+        service.start();
     QTRY_VERIFY_WITH_TIMEOUT(ports.permissionChecks >= 5, 5000);
     // The k-th poll is due k intervals after the start; it may come late, never early.
     const QList<qint64> checks = ports.permissionCheckTimes();
@@ -76,10 +88,6 @@ void PermissionsTest::trustRevokedAndGrantedAgain() {
     QTest::qWait(3 * interval);
     QCOMPARE(axSpy.size(), 2);
     QCOMPARE(aeSpy.size(), 1);
-    // A second start replaces the timer rather than adding one.
-    service.start();
-    QTest::qWait(3 * interval);
-    QCOMPARE(axSpy.size(), 2);
 }
 
 void PermissionsTest::appleEventsCheckNeverPrompts() {
@@ -90,11 +98,46 @@ void PermissionsTest::appleEventsCheckNeverPrompts() {
     QVERIFY(!service.aeAuthorized());
     QVERIFY(!PermissionsService::checkAEAuthorization(desktop));
     QVERIFY(desktop.actionDescriptions().isEmpty());
-    PermissionsService::requestAEAuthorization(desktop);
+    service.requestAEAuthorization();
     QCOMPARE(desktop.actionDescriptions(),
              QStringList{QStringLiteral("ask permission to automate com.apple.systemevents")});
     desktop.updateWorld([](SimWorld& world) { world.appleEventsStatus = 0; });
     QVERIFY(PermissionsService::checkAEAuthorization(desktop));
+}
+
+void PermissionsTest::requestWaitsForSystemEvents_data() {
+    QTest::addColumn<int>("pollInterval");
+    QTest::addColumn<bool>("afterPass");
+    QTest::newRow("found by a poll") << interval << false;
+    QTest::newRow("found after a detection pass") << 60000 << true;
+}
+
+void PermissionsTest::requestWaitsForSystemEvents() {
+    QFETCH(int, pollInterval);
+    QFETCH(bool, afterPass);
+    SimWorld world = clientWorld();
+    world.appleEventsStatus = -600; // System Events is not running: the system can show no prompt
+    SimulatedDesktop desktop(world);
+    ObservedPorts ports(desktop);
+    PermissionsService service(ports.platform(), nullptr, pollInterval);
+    service.start();
+    service.requestAEAuthorization();
+    service.systemEventsMayRun();
+    QTest::qWait(3 * interval);
+    QCOMPARE(ports.requestThreads().size(), 1);
+    desktop.updateWorld([](SimWorld& world) {
+        world.runningApplications.append(
+            {77, PermissionsService::systemEventsBundleID, QStringLiteral("System Events")});
+        world.appleEventsStatus = -1744; // the prompt can be shown now
+    });
+    if (afterPass)
+        service.systemEventsMayRun();
+    // Asked again once, on the service's queue: the prompt may wait for the user, the main thread must not.
+    QTRY_COMPARE_WITH_TIMEOUT(ports.requestThreads().size(), 2, 5000);
+    QCOMPARE(ports.requestThreads().last(), PermissionsService::queueLabel);
+    service.systemEventsMayRun();
+    QTest::qWait(3 * interval);
+    QCOMPARE(ports.requestThreads().size(), 2);
 }
 
 void PermissionsTest::releasedWithPublicationQueued() {

@@ -35,8 +35,11 @@ OrvantaMacToolkitApp::OrvantaMacToolkitApp(platform::Platform platform, Options 
     trace(QStringLiteral("session monitor started"));
     m_permissions->start();
     trace(QStringLiteral("permissions service started"));
-    PermissionsService::requestAEAuthorization(*m_platform.appleEvents);
+    m_permissions->requestAEAuthorization();
     trace(QStringLiteral("Apple Events permission requested"));
+    // A pass's query starts System Events, which a request made while it was not running waits for.
+    connect(m_sessionMonitor.get(), &SessionMonitor::lastUpdatedChanged, m_permissions.get(),
+            &PermissionsService::systemEventsMayRun);
 
     m_menu = std::make_unique<QMenu>();
     m_menuContent =

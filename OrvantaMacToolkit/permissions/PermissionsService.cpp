@@ -4,6 +4,11 @@
 
 namespace orvanta {
 
+namespace {
+// What the Apple Event Manager answers about an application that is not running.
+constexpr int procNotFound = -600;
+} // namespace
+
 PermissionsService::PermissionsService(platform::Platform platform, QObject* parent, int pollIntervalMs)
     : QObject(parent), m_platform(platform), m_pollIntervalMs(pollIntervalMs),
       m_queue(queueLabel, SerialQueue::Priority::utility) {
@@ -31,6 +36,7 @@ void PermissionsService::scheduleTimer() {
 }
 
 void PermissionsService::poll() {
+    askAgainIfSystemEventsRuns();
     const bool trusted = m_platform.accessibility->isProcessTrusted();
     const bool authorized = checkAEAuthorization(*m_platform.appleEvents);
     m_toMainThread.post([this, trusted, authorized] { publish(trusted, authorized); });
@@ -51,8 +57,22 @@ bool PermissionsService::checkAEAuthorization(platform::AppleEvents& appleEvents
     return appleEvents.determinePermissionToAutomate(systemEventsBundleID, false) == 0;
 }
 
-void PermissionsService::requestAEAuthorization(platform::AppleEvents& appleEvents) {
-    appleEvents.determinePermissionToAutomate(systemEventsBundleID, true);
+void PermissionsService::requestAEAuthorization() {
+    if (m_platform.appleEvents->determinePermissionToAutomate(systemEventsBundleID, true) == procNotFound)
+        m_askAgain = true;
+}
+
+void PermissionsService::systemEventsMayRun() {
+    if (m_askAgain)
+        m_queue.async([this] { askAgainIfSystemEventsRuns(); });
+}
+
+void PermissionsService::askAgainIfSystemEventsRuns() {
+    if (!m_askAgain || m_platform.workspace->runningApplications(systemEventsBundleID).isEmpty())
+        return;
+    m_askAgain = false;
+    // May wait for the user's answer: this queue's polls wait with it, the main thread does not.
+    m_platform.appleEvents->determinePermissionToAutomate(systemEventsBundleID, true);
 }
 
 const QUrl& PermissionsService::accessibilitySettingsURL() {

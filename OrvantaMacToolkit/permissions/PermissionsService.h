@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QUrl>
 
+#include <atomic>
 #include <memory>
 
 class QTimer;
@@ -39,8 +40,11 @@ public:
     // True only when the system reports the permission as granted. Never prompts.
     static bool checkAEAuthorization(platform::AppleEvents& appleEvents);
     // Asks, with the system's consent prompt where it has not been answered yet; the outcome shows at the
-    // next poll.
-    static void requestAEAuthorization(platform::AppleEvents& appleEvents);
+    // next poll. The system can ask only while System Events runs: when it does not, the request is made
+    // again, once, from the service's queue, as soon as a poll or `systemEventsMayRun` finds it running.
+    void requestAEAuthorization();
+    // A detection pass has just queried System Events, which starts it. Any thread.
+    void systemEventsMayRun();
     // The Accessibility pane of the system's privacy settings.
     static const QUrl& accessibilitySettingsURL();
 
@@ -49,17 +53,19 @@ Q_SIGNALS:
     void aeAuthorizedChanged();
 
 private:
-    void scheduleTimer(); // on the queue
-    void poll();          // on the queue
+    void scheduleTimer();              // on the queue
+    void poll();                       // on the queue
+    void askAgainIfSystemEventsRuns(); // on the queue
     void publish(bool axTrusted, bool aeAuthorized);
 
     const platform::Platform m_platform;
     const int m_pollIntervalMs;
     bool m_axTrusted = false;
     bool m_aeAuthorized = false;
-    QTimer* m_timer = nullptr; // lives on the queue; touched only there
-    Mailbox m_toMainThread;    // closed first on destruction, so late passes publish nothing
-    SerialQueue m_queue;       // last: it stops, with the timer, before anything it uses goes
+    std::atomic_bool m_askAgain{false}; // the request found System Events not running
+    QTimer* m_timer = nullptr;          // lives on the queue; touched only there
+    Mailbox m_toMainThread;             // closed first on destruction, so late passes publish nothing
+    SerialQueue m_queue;                // last: it stops, with the timer, before anything it uses goes
 };
 
 } // namespace orvanta

@@ -26,8 +26,9 @@ int checkSilently(const QString& bundleId) {
     return int(status);
 }
 
-// The request addresses the target through Foundation's descriptor; the system may show its consent
-// prompt, and the call returns when the user has answered.
+// The request addresses the target through Foundation's descriptor. While the target runs, the system may
+// show its consent prompt and the call returns when the user has answered; while it does not, the call
+// returns procNotFound (-600) at once and nothing is shown, so the caller asks again once it runs.
 int requestWithPrompt(const QString& bundleId) {
     @autoreleasepool {
         NSAppleEventDescriptor* target =
