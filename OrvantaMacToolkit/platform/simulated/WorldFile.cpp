@@ -324,6 +324,7 @@ const Place places[] = {
 };
 // clang-format on
 #undef SET
+static_assert(std::size(places) == size_t(Slot::any) + 1, "one place for each slot, in the slots' order");
 
 const Place& place(Slot slot) {
     return places[int(slot)];
@@ -432,12 +433,8 @@ bool WorldReader::Key(const char* utf8, rapidjson::SizeType length, bool) {
     const auto member = [&](int i) {
         return frame.slot == Slot::errors ? attributeSlot(Slot(i)) : places[i].parent == frame.slot;
     };
-    QStringList keys;
     for (int i = 0; i < int(Slot::any); ++i) {
-        if (!member(i))
-            continue;
-        keys << QLatin1String(places[i].key);
-        if (frame.key != places[i].key)
+        if (!member(i) || frame.key != places[i].key)
             continue;
         if (frame.seen & (quint64(1) << i))
             return fail(here, QStringLiteral("duplicate key"));
@@ -449,6 +446,10 @@ bool WorldReader::Key(const char* utf8, rapidjson::SizeType length, bool) {
     }
     if (frame.slot == Slot::appleScript)
         return fail(here, QStringLiteral("unknown key; ") + appleScriptForms);
+    QStringList keys;
+    for (int i = 0; i < int(Slot::any); ++i)
+        if (member(i))
+            keys << QLatin1String(places[i].key);
     return fail(here, QStringLiteral("unknown key; expected one of: ") + keys.join(QStringLiteral(", ")));
 }
 
@@ -506,7 +507,7 @@ bool WorldReader::close() {
         if (slot == Slot::appleScript && !frame.seen)
             return fail(frame.start, appleScriptForms, depth - 1);
         for (Slot attribute : {Slot::title, Slot::subrole, Slot::size, Slot::minimized})
-            if (slot == Slot::window && has(attribute) &&
+            if (slot == Slot::window && has(attribute) && !window().readErrors.isEmpty() &&
                 window().readErrors.contains(axName(place(attribute).key)))
                 return fail(frame.start,
                             QStringLiteral("\"%1\" has both a value and an error").arg(place(attribute).key),
