@@ -43,7 +43,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     world.appleScriptDelayMs = 0; // a late System Events only makes the pass wait
     SimulatedDesktop desktop(world);
     const QStringList seen = whatTheUserSees(desktop, world.accessibilityTrusted);
-    FUZZ_CHECK(seen.size() >= 3);
 
     // A support recording of the world reads back and replays to what the user saw.
     const QByteArray recording = worldFileText(recordWorld(desktop.platform()));

@@ -54,14 +54,21 @@ inline QStringList whatTheUserSees(const platform::SimWorld& world) {
     return lines;
 }
 
-// A support recording of the world, replayed, shows the user's pass again.
-inline void checkRecordingReplays(const platform::SimWorld& world) {
-    platform::SimulatedDesktop desktop(world);
+// A support recording of the world asks System Events only where a pass would, replays to the user's pass,
+// and records again to the same file: nothing is lost or changed on the way.
+inline void checkRecordingReplays(platform::SimWorld world) {
+    world.now = world.now.value_or(QDateTime(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC));
+    platform::SimulatedDesktop desktop(world), pass(world);
     const QByteArray text = platform::worldFileText(platform::recordWorld(desktop.platform()));
+    app::runDetection(pass.platform());
+    QCOMPARE(desktop.appleScriptRuns(), pass.appleScriptRuns());
     const platform::WorldOrError replayed = platform::parseWorld(text, QStringLiteral("recording.json"));
     if (const QString* error = std::get_if<QString>(&replayed))
         QFAIL(qPrintable(*error + QLatin1Char('\n') + QString::fromUtf8(text)));
     QCOMPARE(whatTheUserSees(std::get<platform::SimWorld>(replayed)), whatTheUserSees(world));
+    platform::SimulatedDesktop replay(std::get<platform::SimWorld>(replayed));
+    QCOMPARE(QString::fromUtf8(platform::worldFileText(platform::recordWorld(replay.platform()))),
+             QString::fromUtf8(text));
 }
 
 } // namespace orvanta::testing

@@ -165,6 +165,7 @@ void SessionTest::untitledWindows() {
     const auto result = SessionDetector::scanAXWindows(desktop.platform(), clientPid);
     QCOMPARE(result.namedTitles, QStringList());
     QCOMPARE(result.unnamedCount, 2);
+    checkRecordingReplays(desktop.world());
 }
 
 void SessionTest::unreadableAttributes() {

@@ -3,11 +3,8 @@
 
 #include "TestWorlds.h"
 #include "app/CommandLine.h"
-#include "app/MenuBarContent.h"
-#include "app/MenuBarLabel.h"
 #include "platform/simulated/WorldFile.h"
 #include "platform/simulated/WorldWriter.h"
-#include "session/SessionDetector.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -414,7 +411,7 @@ void WorldFileTest::recordingReplaysThePass_data() {
                             "control characters in a title", "not trusted"})
         QTest::newRow(row) << parsed(detectWorld(QString::fromLatin1(row)));
 
-    // Built in code: every kind of value a port can answer with.
+    // Built in code: kinds of value a port can answer with that the session tests' worlds do not hold.
     SimWorld errors = clientWorld({window(QStringLiteral("Desk 1")), window(QStringLiteral("Desk 2"))});
     errors.windows[clientPid][0].title.reset();
     errors.windows[clientPid][0].readErrors.insert(QStringLiteral("AXTitle"), axError::cannotComplete);
@@ -462,25 +459,6 @@ void WorldFileTest::recordingReplaysThePass_data() {
                                          cg(clientPid, 1e300, short(0))}};
     QTest::newRow("number kinds, census entries") << numbers;
 
-    SimWorld untitled = clientWorld({window(QString(), 1920, 1080, QStringLiteral("AXUnknown")),
-                                     window(QString(), 1920, 1080, QStringLiteral("AXUnknown"), true),
-                                     window(QStringLiteral("Mine")), window(QStringLiteral("Nobody's"))});
-    untitled.windows[clientPid][2].pid = ownPid;
-    untitled.windows[clientPid][3].ownerUnknown = true;
-    QTest::newRow("untitled windows, owners") << untitled;
-
-    SimWorld refused = clientWorld();
-    refused.appleScript = AppleScriptError{{{appleScriptErrorNumberKey, -1743}}};
-    QTest::newRow("refused query") << refused;
-    refused.windowServer = {SimWindowList::Kind::given, QVariantList{QStringLiteral("not a window")}};
-    QTest::newRow("refused query, malformed window list") << refused;
-    refused.windowServer = {SimWindowList::Kind::given, QStringLiteral("not a list")};
-    refused.appleScript = AppleScriptOutcome{};
-    QTest::newRow("no script object, window list not a list") << refused;
-    refused.windowServer = {SimWindowList::Kind::none, {}};
-    refused.appleScript = AppleScriptResult{std::nullopt};
-    QTest::newRow("no text, no window list") << refused;
-
     // Texts exactly as the platform gives them. A title opening with U+FEFF is a session, which would read as
     // the excluded "About" without it.
     const QString high(QChar(0xD800)), low(QChar(0xDC00));
@@ -500,35 +478,17 @@ void WorldFileTest::recordingReplaysThePass_data() {
     SimWorld foreign = clientWorld({window(QStringLiteral("Desk 9"))});
     foreign.windows[clientPid][0].pid = 999;
     QTest::newRow("another process's window in the client's list") << foreign;
-
-    SimWorld notRunning = clientWorld({window(QStringLiteral("Desk 1"))});
-    notRunning.runningApplications.clear();
-    notRunning.appleEventsStatus = -1744;
-    QTest::newRow("client not running") << notRunning;
 }
 
 void WorldFileTest::recordingReplaysThePass() {
     QFETCH(SimWorld, world);
-    world.now = world.now.value_or(QDateTime(QDate(2025, 3, 4), QTime(9, 15, 27), Qt::UTC));
-    SimulatedDesktop desktop(world);
-    const QByteArray text = worldFileText(recordWorld(desktop.platform()));
-    // System Events is asked only where a pass would ask it: a recording prompts for nothing new.
-    SimulatedDesktop pass(world);
-    SessionDetector::detect(pass.platform());
-    QCOMPARE(desktop.appleScriptRuns(), pass.appleScriptRuns());
     orvanta::testing::checkRecordingReplays(world);
-    if (QTest::currentTestFailed())
-        return;
-    // Recording the replay gives the same file: nothing is lost or changed on the way.
-    SimulatedDesktop replay(std::get<SimWorld>(parseWorld(text, QStringLiteral("recording.json"))));
-    QCOMPARE(QString::fromUtf8(worldFileText(recordWorld(replay.platform()))), QString::fromUtf8(text));
 }
 
 void WorldFileTest::recordingHoldsOnlyTheClient() {
     using namespace orvanta::testing;
     SimWorld world = clientWorld({window(QStringLiteral("Desk 1")), window(QStringLiteral("Mail draft"))});
-    world.windows[clientPid][1].pid =
-        999; // another process's window in the client's list, which a pass reads
+    world.windows[clientPid][1].pid = 999; // another process's window in the client's list
     world.runningApplications.append(
         {999, QStringLiteral("com.example.secret"), QStringLiteral("Secret App")});
     world.windows[999] = {window(QStringLiteral("Secret plans"))};
@@ -544,9 +504,6 @@ void WorldFileTest::recordingHoldsOnlyTheClient() {
     const QByteArray text = worldFileText(recorded);
     QVERIFY2(!text.contains("Secret"), text.constData());
     QCOMPARE(recorded.windows.value(clientPid).at(1).pid, std::optional<Pid>(999));
-    const std::optional<AXValue> kept = recorded.windows.value(clientPid).at(1).title;
-    const QString* title = kept ? std::get_if<QString>(&*kept) : nullptr;
-    QCOMPARE(title ? *title : QString(), QStringLiteral("Mail draft"));
 }
 
 void WorldFileTest::recordCommand() {

@@ -56,7 +56,6 @@ mkdir -p "$work/host-headers"
 ln -sfn "$rapidjson" "$work/host-headers/rapidjson"
 
 # ---- what the release bundle is built for ------------------------------------------------------------
-mkdir -p "$work"
 cat >"$work/preset.cmake" <<'EOF'
 file(READ "${presets}" json)
 string(JSON count LENGTH "${json}" configurePresets)
