@@ -109,11 +109,11 @@ public:
             raw("]}");
             return;
         }
-        key(value);
+        jsonString(value);
     }
 
-    // A key has no tagged form: an unpaired surrogate in one becomes U+FFFD.
-    void key(const QString& value) {
+    // A JSON string. A key has no tagged form, so an unpaired surrogate in one becomes U+FFFD.
+    void jsonString(const QString& value) {
         m_out += '"';
         qsizetype run = 0;
         const auto flush = [&](qsizetype end) { m_out += QStringView(value).mid(run, end - run).toUtf8(); };
@@ -248,7 +248,7 @@ public:
             raw("{");
             for (auto it = map.cbegin(); it != map.cend(); ++it) {
                 raw(it == map.cbegin() ? "" : ", ");
-                key(it.key());
+                jsonString(it.key());
                 raw(": ");
                 variant(it.value());
             }
